@@ -61,6 +61,11 @@ public:
     std::uint64_t residentBytes() const;
 
 private:
+    // Forgets every step and takes `snapshot` as the state the engine trusts.
+    void resetTo(OperatorSnapshot snapshot);
+    // Undo when `undoing`, else redo: moves one step between the stacks.
+    bool replay(EventCore& core, bool undoing);
+
     std::uint64_t rollingLimit_ = 512;
     std::vector<OperatorStep> undo_;
     std::vector<OperatorStep> redo_;

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace tamo::core {
+
+// 64-bit FNV-1a over the four bytes of an id, lowest byte first.
+constexpr std::uint64_t hashId(std::int32_t id) {
+    std::uint64_t hash = 14695981039346656037ULL;
+    const auto bits = static_cast<std::uint32_t>(id);
+    for (int shift = 0; shift < 32; shift += 8) {
+        hash ^= (bits >> shift) & 0xFFU;
+        hash *= 1099511628211ULL;
+    }
+    return hash;
+}
+
+// A flat map from id to Value for the undo engine's list edits, which touch
+// up to a hundred thousand ids per call: one allocation and linear probing
+// instead of a node per id. Keys are never removed; callers that need to
+// forget an id mark its value instead. Every 32-bit value is a valid key.
+template <class Value>
+class IdTable {
+public:
+    explicit IdTable(std::size_t expectedKeys = 0) { allocate(expectedKeys); }
+
+    Value* find(std::int32_t id) {
+        for (std::size_t at = home(id);; at = (at + 1) & mask_) {
+            Slot& slot = slots_[at];
+            if (!slot.used) return nullptr;
+            if (slot.id == id) return &slot.value;
+        }
+    }
+    const Value* find(std::int32_t id) const { return const_cast<IdTable*>(this)->find(id); }
+
+    // The value under `id`, default-made when new, and whether it is new.
+    // A pointer stays good until the next insertion.
+    std::pair<Value*, bool> insert(std::int32_t id) {
+        if ((size_ + 1) * 2 > slots_.size()) grow();
+        for (std::size_t at = home(id);; at = (at + 1) & mask_) {
+            Slot& slot = slots_[at];
+            if (!slot.used) {
+                slot.used = true;
+                slot.id = id;
+                ++size_;
+                return {&slot.value, true};
+            }
+            if (slot.id == id) return {&slot.value, false};
+        }
+    }
+
+    std::size_t size() const { return size_; }
+
+    // Calls f(id, value) for every key, in no particular order.
+    template <class F>
+    void forEach(F&& f) {
+        for (Slot& slot : slots_) {
+            if (slot.used) f(slot.id, slot.value);
+        }
+    }
+
+private:
+    struct Slot {
+        std::int32_t id = 0;
+        bool used = false;
+        Value value{};
+    };
+
+    std::size_t home(std::int32_t id) const {
+        const std::uint64_t hash = hashId(id);
+        // FNV-1a's low bits mix weakly; fold the high half in before masking.
+        return static_cast<std::size_t>(hash ^ (hash >> 29)) & mask_;
+    }
+
+    void allocate(std::size_t expectedKeys) {
+        std::size_t capacity = 16;
+        while (capacity < expectedKeys * 2) capacity *= 2;
+        slots_.assign(capacity, Slot{});
+        mask_ = capacity - 1;
+        size_ = 0;
+    }
+
+    void grow() {
+        std::vector<Slot> old = std::move(slots_);
+        allocate(old.size());
+        for (Slot& slot : old) {
+            if (slot.used) *insert(slot.id).first = std::move(slot.value);
+        }
+    }
+
+    std::vector<Slot> slots_;
+    std::size_t mask_ = 0;
+    std::size_t size_ = 0;
+};
+
+}  // namespace tamo::core

@@ -49,7 +49,7 @@ TEST(RestoreEvent, RefusesAnyFlawAndKeepsTheEvent) {
         {"singer id zero", [](EventSnapshot& s) { s.singers[0].id = 0; }},
         {"queue entry of an unknown singer", [](EventSnapshot& s) { s.queue[0].singerId = 5; }},
         {"duplicate queue id", [](EventSnapshot& s) { s.queue[1].id = 1; }},
-        {"queue song not in library", [](EventSnapshot& s) { s.queue[0].song = Song{1, "/elsewhere.mp3"}; }},
+        {"queue song not in library", [](EventSnapshot& s) { s.queue[0].song = test::makeSong(1, "/elsewhere.mp3"); }},
         {"current id equal to a queue id", [](EventSnapshot& s) { s.current->id = 2; }},
         {"next queue id not above current", [](EventSnapshot& s) { s.nextQueueId = 4; }},
         {"duplicate history id", [](EventSnapshot& s) { s.history.push_back(s.history[0]); }},
@@ -90,8 +90,8 @@ TEST(RestoreEvent, ReplacingTheLibraryKeepsIdsAndRebindsByPath) {
     core.restoreHistoryEntry(2, a, "A", 1.0);
 
     // Song 2 leaves the library; song 1 changes title; a new file arrives.
-    std::vector<Song> next = {Song{0, "/media/new.mp3", "New"}, Song{0, "/media/song-1.mp3", "Renamed"},
-                              Song{0, "/media/song-3.mp3", "T3"}, Song{0, "/media/song-1.mp3", "Later"}, Song{}};
+    std::vector<Song> next = {test::makeSong(0, "/media/new.mp3", "New"), test::makeSong(0, "/media/song-1.mp3", "Renamed"),
+                              test::makeSong(0, "/media/song-3.mp3", "T3"), test::makeSong(0, "/media/song-1.mp3", "Later"), Song{}};
     ASSERT_TRUE(core.replaceLibrary(next));
     ASSERT_EQ(core.songCount(), 3U);
     EXPECT_EQ(core.songs()[0].id, 4);

@@ -1,0 +1,105 @@
+#include "media_preflight.h"
+
+#include "file_kind.h"
+#include "karaoke_graphics.h"
+#include "parallel_slices.h"
+#include "text.h"
+#include "unique_fd.h"
+#include "worker_count.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace tamo::core {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A name's status can change between the look and the open, so the open
+// itself checks the descriptor again and never follows a link.
+bool opensAsRegularFile(const fs::path& path) {
+    return openRegularForRead(path).valid();
+}
+
+}  // namespace
+
+std::string_view preflightIssueLabel(PreflightIssueKind kind) {
+    switch (kind) {
+        case PreflightIssueKind::MissingMedia: return "Missing media";
+        case PreflightIssueKind::UnreadableMedia: return "Unreadable media";
+        case PreflightIssueKind::MissingCdg: return "Missing CDG";
+        case PreflightIssueKind::UnreadableCdg: return "Unreadable CDG";
+        case PreflightIssueKind::None: break;
+    }
+    return {};
+}
+
+PreflightIssueKind checkSongMedia(const Song& song) {
+    const fs::path media(song.path);
+    if (getFileKind(media) != FileKind::RegularFile) return PreflightIssueKind::MissingMedia;
+    if (!opensAsRegularFile(media)) return PreflightIssueKind::UnreadableMedia;
+    if (asciiLower(song.format) != "mp3") return PreflightIssueKind::None;
+
+    const std::string graphics = resolveSongGraphics(song);
+    if (graphics.empty()) return PreflightIssueKind::MissingCdg;
+    const fs::path graphicsPath(graphics);
+    if (getFileKind(graphicsPath) != FileKind::RegularFile || !opensAsRegularFile(graphicsPath)) {
+        return PreflightIssueKind::UnreadableCdg;
+    }
+    return PreflightIssueKind::None;
+}
+
+unsigned preflightWorkerCount(std::uint64_t songCount) {
+    if (songCount < kPreflightParallelSongs) return 1;
+    return chooseWorkerCount("TAMO_PREFLIGHT_WORKERS", songCount / kPreflightSongsPerWorker);
+}
+
+PreflightResult runMediaPreflight(const std::vector<Song>& songs, std::stop_token stop) {
+    PreflightResult result;
+    result.checkedCount = songs.size();
+    if (songs.empty()) return result;
+
+    struct WorkerIssues {
+        std::vector<PreflightIssue> kept;
+        std::uint64_t found = 0;
+    };
+    const unsigned workers = preflightWorkerCount(songs.size());
+    std::vector<WorkerIssues> perWorker(workers);
+    runInSlices(songs.size(), workers, [&](unsigned worker, std::uint64_t begin, std::uint64_t end) {
+        WorkerIssues& mine = perWorker[worker];
+        // Issues past the first 10000 of a slice can never be shown, since
+        // the joined list keeps library order; they are only counted.
+        mine.kept.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(kMostPreflightIssues, end - begin)));
+        for (std::uint64_t index = begin; index < end; ++index) {
+            if (stop.stop_requested()) return;
+            const Song& song = songs[index];
+            const PreflightIssueKind kind = checkSongMedia(song);
+            if (kind == PreflightIssueKind::None) continue;
+            ++mine.found;
+            if (mine.kept.size() < kMostPreflightIssues) mine.kept.push_back({song.id, kind});
+        }
+    });
+
+    std::uint64_t found = 0;
+    for (const WorkerIssues& mine : perWorker) {
+        found += mine.found;
+        const std::size_t room = kMostPreflightIssues - result.issues.size();
+        const std::size_t take = std::min(room, mine.kept.size());
+        result.issues.insert(result.issues.end(), mine.kept.begin(),
+                             mine.kept.begin() + static_cast<std::ptrdiff_t>(take));
+    }
+    result.truncated = found > result.issues.size();
+    return result;
+}
+
+std::string preflightResultText(const PreflightResult& result) {
+    const std::string checked = std::to_string(result.checkedCount);
+    if (result.issues.empty()) return "Preflight OK · " + checked + " songs checked";
+    const std::size_t count = result.issues.size();
+    std::string text = "Preflight found " + std::to_string(count) + (count == 1 ? " issue" : " issues") +
+                       " across " + checked + " songs";
+    if (result.truncated) text += " · additional issues hidden";
+    return text;
+}
+
+}  // namespace tamo::core

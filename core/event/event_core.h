@@ -1,6 +1,9 @@
 #pragma once
 
+#include "media_index.h"
 #include "records.h"
+
+#include <filesystem>
 
 #include <cstdint>
 #include <optional>
@@ -34,6 +37,16 @@ public:
     // Replaces the library, keeping identities by path, and rebinds the event
     // to it. On any failure the old library and event stay and it returns false.
     bool replaceLibrary(std::vector<Song> incoming);
+    // Plain scan of a folder merged into the library (`scan_folder`). Returns
+    // the number of songs scanned; scan failures, length and overflow errors
+    // are thrown and leave the library as it was.
+    std::size_t scanFolderIntoLibrary(const std::filesystem::path& folder);
+    // Plain scan of a folder that replaces the library.
+    std::size_t replaceLibraryFromFolder(const std::filesystem::path& folder);
+    // A verified load through the index cache that replaces the library;
+    // used when an event comes back from its recovery file.
+    std::size_t replaceLibraryFromIndex(const std::filesystem::path& root, const std::filesystem::path& cachePath,
+                                        const ScanProgress& progress);
 
     // Event.
     const std::vector<Singer>& singers() const { return singers_; }

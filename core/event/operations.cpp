@@ -2,6 +2,7 @@
 
 #include "json_writer.h"
 #include "operator_history.h"
+#include "song_search.h"
 
 #include <algorithm>
 #include <array>
@@ -198,6 +199,23 @@ OperationResponse operationsOperation(Context&) {
     return response;
 }
 
+OperationResponse searchOperation(Context& c) {
+    const std::int32_t limit = std::clamp(c.optionalInteger("limit", 100), 1, 250);
+    const std::string& query = c.text("query");
+    const std::vector<Song> found = searchSongs(c.core.songs(), query, static_cast<std::size_t>(limit));
+    OperationResponse response = okResponse("Search completed");
+    response.fields["count"] = std::to_string(found.size());
+    response.body = "{\"status\":\"ok\",\"count\":";
+    response.body += std::to_string(found.size());
+    response.body += ",\"results\":[";
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        if (i != 0) response.body.push_back(',');
+        appendJsonSong(response.body, found[i]);
+    }
+    response.body += "]}";
+    return response;
+}
+
 using Handler = std::function<OperationResponse(Context&)>;
 
 struct Route {
@@ -239,6 +257,17 @@ const std::vector<Route>& routes() {
              const std::int32_t id = c.core.addSong(path, title, artist, format);
              return id != 0 ? idResponse("songId", id, "Song added") : errorResponse(400, "Song was not added");
          }},
+        {"scan_folder",
+         [](Context& c) {
+             const auto count = c.core.scanFolderIntoLibrary(c.text("folderPath"));
+             return idResponse("indexed", static_cast<std::int64_t>(count), "Folder scanned");
+         }},
+        {"replace_library_from_folder",
+         [](Context& c) {
+             const auto count = c.core.replaceLibraryFromFolder(c.text("folderPath"));
+             return idResponse("indexed", static_cast<std::int64_t>(count), "Library replaced");
+         }},
+        {"search", searchOperation},
         {"add_singer", wrappedId("singerId", "Singer added", "Singer was not added",
                                  [](Context& c) { return c.core.addSinger(c.text("name")); })},
         {"update_singer", wrappedChange("Singer updated",

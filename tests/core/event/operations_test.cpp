@@ -3,6 +3,8 @@
 #include "operations.h"
 #include "operator_history.h"
 
+#include "temp_dir.h"
+
 #include <gtest/gtest.h>
 
 namespace tamo::core {
@@ -111,9 +113,7 @@ TEST(Operations, NamesAndPlaybackRows) {
     for (std::string_view name : names) {
         if (run(core, &history, std::string(name)).httpStatus == 404) ++unserved;
     }
-    // Until the library rows arrive, scan_folder, replace_library_from_folder
-    // and search answer as unknown too.
-    EXPECT_EQ(unserved, 25 + 3);
+    EXPECT_EQ(unserved, 25);
     const auto filler = run(core, nullptr, "filler_state");
     EXPECT_EQ(filler.body, R"({"status":"error","message":"Unknown operation: filler_state"})");
     EXPECT_EQ(run(core, nullptr, "operator_history_undo").httpStatus, 404);
@@ -182,6 +182,56 @@ TEST(Operations, WrappedOperationsRecordUndoSteps) {
     EXPECT_EQ(run(core, &history, "reset_event").body, R"({"status":"ok","changed":true,"message":"Event reset"})");
     EXPECT_EQ(history.undoCount(), 0U);
     EXPECT_EQ(run(core, &history, "operator_history_clear").fields.at("changed"), "true");
+}
+
+TEST(Operations, LibraryRowsScanReplaceAndSearch) {
+    test::TempDir media;
+    media.write("Queen - Bohemian Rhapsody.mp3");
+    media.write("Queen - Bohemian Rhapsody.cdg");
+    media.write("more/ABBA - Waterloo.mp4");
+    media.write("notes.txt");
+    test::TempDir empty;
+    EventCore core;
+    const std::string folder = media.path().string();
+
+    EXPECT_EQ(run(core, nullptr, "scan_folder", {{"folderPath", folder}}).body,
+              R"({"status":"ok","indexed":2,"message":"Folder scanned"})");
+    const std::vector<Song> first = core.songs();
+    EXPECT_EQ(run(core, nullptr, "scan_folder", {{"folderPath", folder}}).fields.at("indexed"), "2");
+    EXPECT_EQ(core.songs(), first);
+    EXPECT_EQ(run(core, nullptr, "scan_folder", {{"folderPath", empty.path().string()}}).fields.at("indexed"), "0");
+    const auto missing = run(core, nullptr, "scan_folder", {{"folderPath", (media / "nope").string()}});
+    EXPECT_EQ(missing.httpStatus, 400);
+    EXPECT_EQ(missing.message, "Could not resolve media folder");
+
+    const std::string queenPath = std::filesystem::canonical(media / "Queen - Bohemian Rhapsody.mp3").string();
+    const std::string abbaPath = std::filesystem::canonical(media / "more/ABBA - Waterloo.mp4").string();
+    const Song* queen = core.songByPath(queenPath);
+    ASSERT_NE(queen, nullptr);
+    EXPECT_EQ(queen->artist, "Queen");
+    EXPECT_NE(queen->cdgPath, "");
+
+    auto search = run(core, nullptr, "search", {{"query", " MP3 "}});
+    EXPECT_EQ(search.fields.at("count"), "1");
+    std::string expected = R"({"status":"ok","count":1,"results":[)";
+    appendJsonSong(expected, *queen);
+    EXPECT_EQ(search.body, expected + "]}");
+    EXPECT_EQ(run(core, nullptr, "search", {{"query", ""}, {"limit", "0"}}).fields.at("count"), "1");
+    EXPECT_EQ(run(core, nullptr, "search", {{"query", ""}, {"limit", "1000"}}).fields.at("count"), "2");
+    EXPECT_EQ(run(core, nullptr, "search", {{"query", ""}, {"limit", "x"}}).message,
+              "Invalid integer parameter: limit");
+    EXPECT_EQ(run(core, nullptr, "search", {}).message, "Missing parameter: query");
+
+    // Replacing the library drops the queue entry whose file is gone and
+    // keeps the identity of the file that stays.
+    const Song abba = *core.songByPath(abbaPath);
+    run(core, nullptr, "enqueue", {{"singer", "Ana"}, {"songId", std::to_string(queen->id)}});
+    std::filesystem::remove(media / "Queen - Bohemian Rhapsody.mp3");
+    EXPECT_EQ(run(core, nullptr, "replace_library_from_folder", {{"folderPath", folder}}).body,
+              R"({"status":"ok","indexed":1,"message":"Library replaced"})");
+    EXPECT_EQ(core.songs(), std::vector<Song>{abba});
+    EXPECT_TRUE(core.queue().empty());
+    EXPECT_EQ(core.singers().size(), 1U);
 }
 
 }  // namespace

@@ -319,9 +319,12 @@ std::vector<Song> makeSongs(const Tree& tree, const std::vector<ScanCandidate>& 
                 }
             }
         };
+        // Joined explicitly: a jthread's destructor asks its worker to stop
+        // first, which is only wanted when this scope is abandoned.
         std::vector<std::jthread> threads;
         threads.reserve(workers);
         for (unsigned w = 0; w < workers; ++w) threads.emplace_back(work);
+        for (std::jthread& thread : threads) thread.join();
     }
     if (failure) std::rethrow_exception(failure);
     if (progress) progress(total, total);

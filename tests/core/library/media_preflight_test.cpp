@@ -86,7 +86,7 @@ TEST(MediaPreflight, ChecksMediaAndAudioGraphicsOnRealFiles) {
     EXPECT_EQ(result.checkedCount, songs.size());
     EXPECT_EQ(result.issues, expectedIssues);
     EXPECT_FALSE(result.truncated);
-    EXPECT_EQ(preflightResultText(result), "Preflight found 6 issues across 11 songs");
+    EXPECT_EQ(preflightResultText(result), "Preflight found 7 issues across 11 songs");
     EXPECT_EQ(preflightIssueLabel(result.issues.front().kind), "Missing CDG");
     EXPECT_EQ(preflightIssueLabel(PreflightIssueKind::MissingMedia), "Missing media");
 }

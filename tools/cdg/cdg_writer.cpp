@@ -233,7 +233,6 @@ std::array<Colour4, 16> paletteColours() {
     colours[backgroundColour] = {0, 1, 6};  // dark blue
     colours[lyricColour] = {15, 15, 15};    // white
     colours[sungColour] = {15, 11, 0};      // amber
-    colours[3] = {8, 8, 8};
     colours[titleColour] = {7, 14, 15};   // light cyan
     colours[artistColour] = {12, 12, 12}; // light grey
     return colours;
@@ -279,6 +278,7 @@ CdgStream writeCdg(const std::vector<LyricLine>& input, const CdgWriterOptions& 
 
     std::vector<std::uint8_t> titleColours;
     const std::vector<Row> title = titleRows(options, titleColours);
+    // Five rows fill the safe area; a longer title is cut.
     const int titleCount = std::min<int>(static_cast<int>(title.size()), 5);
     for (int i = 0; i < titleCount; ++i) {
         const auto colour = titleColours[static_cast<std::size_t>(i)];

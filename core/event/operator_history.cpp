@@ -8,10 +8,6 @@
 namespace tamo::core {
 namespace {
 
-// Undo steps may hold this many estimated bytes in all; the newest step is
-// kept even when it alone is larger, so the last action can always be undone.
-constexpr std::uint64_t kUndoByteLimit = 134217728;
-
 bool sameState(const OperatorSnapshot& a, const OperatorSnapshot& b) {
     return sameOperatorCounters(a, b) && sameOperatorContent(a, b);
 }
@@ -79,12 +75,13 @@ bool OperatorHistory::commit(EventCore& core) {
     if (undo_.size() >= rollingLimit_) undo_.erase(undo_.begin());
     undo_.push_back(std::move(step));
 
-    // Keep the newest step, then older ones while the total stays in budget.
+    // Keep the newest step even when it alone is over budget, so that the
+    // last action can always be undone; then older ones while they fit.
     std::size_t keepFrom = undo_.size() - 1;
     std::uint64_t kept = operatorStepBytes(undo_.back());
     while (keepFrom > 0) {
         const std::uint64_t more = saturatingAdd(kept, operatorStepBytes(undo_[keepFrom - 1]));
-        if (more > kUndoByteLimit) break;
+        if (more > byteLimit_) break;
         kept = more;
         --keepFrom;
     }

@@ -67,6 +67,10 @@ private:
     bool replay(EventCore& core, bool undoing);
 
     std::uint64_t rollingLimit_ = 512;
+    // Estimated bytes that the undo steps may hold in all. Tests lower it
+    // through OperatorHistoryTestAccess instead of building 128 MiB of names.
+    std::uint64_t byteLimit_ = 134217728;
+    friend struct OperatorHistoryTestAccess;
     std::vector<OperatorStep> undo_;
     std::vector<OperatorStep> redo_;
     std::optional<OperatorSnapshot> transaction_;

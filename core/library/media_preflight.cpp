@@ -8,17 +8,24 @@
 #include "worker_count.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
 
 namespace tamo::core {
 namespace {
 
 namespace fs = std::filesystem;
 
-// A name's status can change between the look and the open, so the open
-// itself checks the descriptor again and never follows a link.
+// A name's status can change between the look and the open, so the
+// descriptor is checked again and a link is never followed. Nothing is read,
+// so unlike the durable-file open this one leaves O_NONBLOCK alone: two
+// system calls fewer per file on a library of hundreds of thousands.
 bool opensAsRegularFile(const fs::path& path) {
-    return openRegularForRead(path).valid();
+    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!fd.valid()) return false;
+    struct stat status {};
+    return ::fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 }  // namespace

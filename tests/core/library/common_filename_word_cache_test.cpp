@@ -1,12 +1,12 @@
 #include "common_filename_word_cache.h"
 #include "word_automaton.h"
+#include "scoped_env.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <map>
-#include <optional>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -15,30 +15,6 @@
 
 namespace tamo::core {
 namespace {
-
-// Sets an environment variable for one test and puts the old value back.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old;
-        if (value != nullptr) {
-            ::setenv(name, value, 1);
-        } else {
-            ::unsetenv(name);
-        }
-    }
-    ~ScopedEnv() {
-        if (old_) {
-            ::setenv(name_, old_->c_str(), 1);
-        } else {
-            ::unsetenv(name_);
-        }
-    }
-
-private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
 
 std::vector<Song> songsFromNames(const std::vector<std::string>& paths) {
     std::vector<Song> songs;
@@ -202,7 +178,7 @@ TEST(CommonFilenameWordCache, GivesNoCacheForAnOverfullNameOrACancelledBuild) {
     std::vector<std::string> names;
     for (int i = 0; i < 5000; ++i) names.push_back("songs/Artist" + std::to_string(i % 70) + " - Love Song.mp3");
     auto songs = songsFromNames(names);
-    const ScopedEnv workers("TAMO_COMMON_CACHE_WORKERS", "2");
+    const test::ScopedEnv workers("TAMO_COMMON_CACHE_WORKERS", "2");
     ASSERT_TRUE(buildCommonFilenameWordCache(songs, 100, {}));
 
     std::vector<std::uint64_t> reported;
@@ -301,7 +277,7 @@ TEST(CommonFilenameWordCache, MatchesAPlainScanOfRandomNamesWithAnyWorkerCount) 
     }
 
     for (const char* workers : {"1", "3", "8"}) {
-        const ScopedEnv env("TAMO_COMMON_CACHE_WORKERS", workers);
+        const test::ScopedEnv env("TAMO_COMMON_CACHE_WORKERS", workers);
         const auto cache = buildCommonFilenameWordCache(songs, 100, {});
         ASSERT_TRUE(cache) << workers;
         EXPECT_EQ(cache->summary().workers, static_cast<unsigned>(std::atoi(workers)));
@@ -320,7 +296,7 @@ TEST(CommonFilenameWordCache, MatchesAPlainScanOfRandomNamesWithAnyWorkerCount) 
 }
 
 TEST(CommonFilenameWordCache, ChoosesWorkersByLibrarySize) {
-    const ScopedEnv env("TAMO_COMMON_CACHE_WORKERS", "6");
+    const test::ScopedEnv env("TAMO_COMMON_CACHE_WORKERS", "6");
     EXPECT_EQ(commonWordWorkerCount(1023), 1u);
     EXPECT_EQ(commonWordWorkerCount(1024), 2u);
     EXPECT_EQ(commonWordWorkerCount(2047), 3u);

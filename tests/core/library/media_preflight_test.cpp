@@ -1,11 +1,11 @@
 #include "media_preflight.h"
 #include "temp_dir.h"
+#include "scoped_env.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -13,25 +13,6 @@
 namespace tamo::core {
 namespace {
 namespace fs = std::filesystem;
-
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old;
-        ::setenv(name, value, 1);
-    }
-    ~ScopedEnv() {
-        if (old_) {
-            ::setenv(name_, old_->c_str(), 1);
-        } else {
-            ::unsetenv(name_);
-        }
-    }
-
-private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
 
 Song song(std::int32_t id, const fs::path& media, std::string format, const fs::path& graphics = {}) {
     Song made;
@@ -118,7 +99,7 @@ TEST(MediaPreflight, ResultTexts) {
 TEST(MediaPreflight, KeepsTheFirstTenThousandIssuesInLibraryOrder) {
     test::TempDir dir;
     const auto present = dir.write("here.mp4");
-    const ScopedEnv workers("TAMO_PREFLIGHT_WORKERS", "3");
+    const test::ScopedEnv workers("TAMO_PREFLIGHT_WORKERS", "3");
 
     std::vector<Song> songs;
     for (std::int32_t id = 1; id <= 10001; ++id) songs.push_back(song(id, dir / "lost" / "x.mp4", "mp4"));
@@ -151,12 +132,12 @@ TEST(MediaPreflight, KeepsTheFirstTenThousandIssuesInLibraryOrder) {
 
 TEST(MediaPreflight, IgnoresTheWorkerSettingForSmallLibraries) {
     {
-        const ScopedEnv env("TAMO_PREFLIGHT_WORKERS", "4");
+        const test::ScopedEnv env("TAMO_PREFLIGHT_WORKERS", "4");
         EXPECT_EQ(preflightWorkerCount(1023), 1u);
         EXPECT_EQ(preflightWorkerCount(1536), 3u);
         EXPECT_EQ(preflightWorkerCount(100000), 4u);
     }
-    const ScopedEnv env("TAMO_PREFLIGHT_WORKERS", "32");
+    const test::ScopedEnv env("TAMO_PREFLIGHT_WORKERS", "32");
     EXPECT_EQ(preflightWorkerCount(100000), 8u);
 }
 

@@ -2,6 +2,7 @@
 
 #include "filename_metadata.h"
 #include "karaoke_graphics.h"
+#include "media_tree.h"
 #include "text.h"
 
 #include <filesystem>
@@ -11,39 +12,61 @@ namespace tamo::core {
 namespace fs = std::filesystem;
 namespace {
 
-Song songFromPath(std::int32_t id, const fs::path& path) {
-    const std::string stem = path.stem().string();
+// Scans make hundreds of thousands of songs, so the parts of a path are cut
+// from the text rather than through std::filesystem::path objects.
+Song songFromPath(std::int32_t id, std::string path) {
+    const std::string_view name = media_tree::fileNameOf(path);
+    const std::string_view stem = media_tree::stemOf(name);
     FilenameMetadata parsed = parseFilenameMetadata(stem);
-    std::string extension = asciiLower(path.extension().string());
-    if (!extension.empty() && extension.front() == '.') extension.erase(0, 1);
+    std::string extension = asciiLower(media_tree::extensionOf(name));
+    if (!extension.empty()) extension.erase(0, 1);
 
     Song song;
     song.id = id;
-    song.path = path.string();
-    song.title = parsed.title.empty() ? stem : std::move(parsed.title);
+    song.title = parsed.title.empty() ? std::string(stem) : std::move(parsed.title);
     song.artist = std::move(parsed.artist);
     song.format = std::move(extension);
+    song.path = std::move(path);
     return song;
+}
+
+// True when lexically_normal() would leave the text as it is: no empty,
+// "." or ".." element and no trailing separator.
+bool isLexicallyNormal(std::string_view path) {
+    if (path.empty() || path.back() == '/') return false;
+    std::size_t start = path.front() == '/' ? 1 : 0;
+    while (start <= path.size()) {
+        std::size_t end = path.find('/', start);
+        if (end == std::string_view::npos) end = path.size();
+        const std::string_view element = path.substr(start, end - start);
+        if (element.empty() || element == "." || element == "..") return false;
+        start = end + 1;
+    }
+    return true;
 }
 
 }  // namespace
 
 Song buildSong(std::int32_t id, std::string_view mediaPath, bool pairKnown) {
-    fs::path path{std::string(mediaPath)};
-    std::error_code ec;
-    fs::path absolute = fs::absolute(path, ec);
-    if (!ec) path = std::move(absolute);
-    Song song = songFromPath(id, path);
+    std::string path(mediaPath);
+    if (path.empty() || path.front() != '/') {
+        std::error_code ec;
+        fs::path absolute = fs::absolute(fs::path(path), ec);
+        if (!ec) path = absolute.string();
+    }
+    Song song = songFromPath(id, std::move(path));
     if (pairKnown) song.cdgPath = findKaraokeGraphics(song.path);
     return song;
 }
 
-Song buildFastSong(std::string_view mediaPath) {
-    const fs::path path = fs::path(std::string(mediaPath)).lexically_normal();
-    Song song = songFromPath(0, path);
-    fs::path graphics = path;
-    graphics.replace_extension(".cdg");
-    song.cdgPath = graphics.string();
+Song buildFastSong(std::string mediaPath) {
+    if (!isLexicallyNormal(mediaPath)) mediaPath = fs::path(mediaPath).lexically_normal().string();
+    Song song = songFromPath(0, std::move(mediaPath));
+    const std::string_view name = media_tree::fileNameOf(song.path);
+    const std::size_t keep = song.path.size() - media_tree::extensionOf(name).size();
+    song.cdgPath.reserve(keep + 4);
+    song.cdgPath.assign(song.path, 0, keep);
+    song.cdgPath += ".cdg";
     return song;
 }
 

@@ -14,6 +14,6 @@ Song buildSong(std::int32_t id, std::string_view mediaPath, bool pairKnown);
 
 // The same fields without any disk access: the path made lexically normal and
 // the graphics path assumed beside it with ".cdg". Used when pairs are trusted.
-Song buildFastSong(std::string_view mediaPath);
+Song buildFastSong(std::string mediaPath);
 
 }  // namespace tamo::core

@@ -81,13 +81,49 @@ struct Counters {
     std::uint64_t candidates = 0;
 };
 
+// The fingerprint input of one directory, kept in one buffer: a large tree
+// has hundreds of thousands of names and they live only until hashed.
+class NameList {
+public:
+    void add(std::string_view name, bool folder) {
+        spans_.emplace_back(bytes_.size(), name.size() + (folder ? 1 : 0));
+        bytes_.append(name);
+        if (folder) bytes_ += '/';
+    }
+    std::size_t size() const { return spans_.size(); }
+
+    // FNV-1a over the names in byte order, with one more multiplication by
+    // the prime after each name as if a zero byte ended it, so that "ab","c"
+    // and "a","bc" differ.
+    std::uint64_t sortedHash() {
+        const auto view = [this](const std::pair<std::size_t, std::size_t>& span) {
+            return std::string_view(bytes_).substr(span.first, span.second);
+        };
+        std::sort(spans_.begin(), spans_.end(), [&](const auto& a, const auto& b) { return view(a) < view(b); });
+        std::uint64_t hash = kFnvOffset;
+        for (const auto& span : spans_) hash = fnv1a(view(span), hash) * kFnvPrime;
+        return hash;
+    }
+
+private:
+    std::string bytes_;
+    std::vector<std::pair<std::size_t, std::size_t>> spans_;
+};
+
 struct ScannedDirectory {
     std::vector<std::string> subdirectories;
     std::vector<std::string> mediaFiles;
-    std::vector<std::string> names;
+    NameList names;
     std::unordered_set<std::string> graphicsStems;
     std::uint64_t mediaCount = 0;
     std::int64_t timestamp = 0;
+};
+
+// What a walk keeps of each directory besides its fingerprint.
+enum class Listing {
+    FingerprintOnly,  // names only
+    TrustedPairs,     // names and media files
+    CheckedPairs,     // names, media files and the stems of graphics files
 };
 
 // Before each directory is read: it must still be a plain directory on the
@@ -127,7 +163,7 @@ int inspectPlainFile(const Tree& tree, const std::string& path) {
 
 // Lists one directory. Only subfolders, media and graphics files enter the
 // fingerprint names; everything else plays no part at all.
-ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counters& counters, bool full) {
+ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counters& counters, Listing listing) {
     UniqueFd handle = guardDirectory(tree, path);
 
     const int raw = ::openat(handle.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -167,9 +203,7 @@ ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counte
 
         if (type == DT_DIR) {
             scanned.subdirectories.push_back(prefix + entry->d_name);
-            std::string marked(name);
-            marked += '/';
-            scanned.names.push_back(std::move(marked));
+            scanned.names.add(name, true);
             continue;
         }
         if (type != DT_REG) continue;
@@ -180,11 +214,11 @@ ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counte
         if (!media && !graphics) continue;
         if (tree.mountedFiles.any() && tree.mountedFiles.contains(prefix + entry->d_name)) continue;
 
-        scanned.names.emplace_back(name);
+        scanned.names.add(name, false);
         if (media) {
             ++scanned.mediaCount;
-            if (full) scanned.mediaFiles.push_back(prefix + entry->d_name);
-        } else {
+            if (listing != Listing::FingerprintOnly) scanned.mediaFiles.push_back(prefix + entry->d_name);
+        } else if (listing == Listing::CheckedPairs) {
             scanned.graphicsStems.emplace(stemOf(name));
         }
     }
@@ -201,12 +235,8 @@ ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counte
     return scanned;
 }
 
-// FNV-1a over the sorted names, with one more multiplication by the prime
-// after each name as if a zero byte ended it, so "ab","c" and "a","bc" differ.
 DirectoryStamp stampOf(std::string key, ScannedDirectory& scanned) {
-    std::sort(scanned.names.begin(), scanned.names.end());
-    std::uint64_t hash = kFnvOffset;
-    for (const std::string& name : scanned.names) hash = fnv1a(name, hash) * kFnvPrime;
+    const std::uint64_t hash = scanned.names.sortedHash();
     return DirectoryStamp{std::move(key), scanned.timestamp, scanned.names.size(), hash};
 }
 
@@ -227,7 +257,7 @@ struct Walk {
     std::uint64_t mediaTotal = 0;
 };
 
-Walk walkTree(const Tree& tree, const ScanProgress& progress, bool full, bool trustPairs) {
+Walk walkTree(const Tree& tree, const ScanProgress& progress, Listing listing) {
     Walk walk;
     Counters counters;
     std::vector<std::pair<std::string, std::uint64_t>> work;
@@ -235,16 +265,16 @@ Walk walkTree(const Tree& tree, const ScanProgress& progress, bool full, bool tr
     for (std::size_t next = 0; next < work.size(); ++next) {
         const std::string path = work[next].first;
         const std::uint64_t depth = work[next].second;
-        ScannedDirectory scanned = readDirectory(tree, path, counters, full);
+        ScannedDirectory scanned = readDirectory(tree, path, counters, listing);
 
         walk.mediaTotal += scanned.mediaCount;
         if (progress) progress(walk.mediaTotal, 0);
 
-        if (full) {
+        if (listing != Listing::FingerprintOnly) {
             for (std::string& media : scanned.mediaFiles) {
                 if (counters.candidates >= MediaScanLimits::maxSongs) throwScanError(kSongLimitText, media, kScanLimitCode);
                 ++counters.candidates;
-                const bool paired = trustPairs || pairCheck(tree, media, scanned);
+                const bool paired = listing == Listing::TrustedPairs || pairCheck(tree, media, scanned);
                 walk.candidates.push_back(ScanCandidate{std::move(media), paired});
             }
         }
@@ -270,8 +300,9 @@ Walk walkTree(const Tree& tree, const ScanProgress& progress, bool full, bool tr
 
 // Without trusted pairs each file is looked at once more: still a plain
 // file on the tree's mount, still below the root.
-Song makeSong(const Tree& tree, const ScanCandidate& candidate, bool trustPairs) {
-    if (trustPairs) return buildFastSong(candidate.path);
+// The candidate is used up: a trusted path moves into its song.
+Song makeSong(const Tree& tree, ScanCandidate& candidate, bool trustPairs) {
+    if (trustPairs) return buildFastSong(std::move(candidate.path));
     if (const int error = inspectPlainFile(tree, candidate.path); error != 0) {
         throwScanError(kFileUnreadableText, candidate.path, error);
     }
@@ -281,7 +312,7 @@ Song makeSong(const Tree& tree, const ScanCandidate& candidate, bool trustPairs)
     return buildSong(0, candidate.path, candidate.pairKnown);
 }
 
-std::vector<Song> makeSongs(const Tree& tree, const std::vector<ScanCandidate>& candidates,
+std::vector<Song> makeSongs(const Tree& tree, std::vector<ScanCandidate>& candidates,
                             const ScanProgress& progress, bool trustPairs) {
     const std::size_t total = candidates.size();
     std::vector<Song> songs(total);
@@ -335,7 +366,7 @@ std::vector<Song> makeSongs(const Tree& tree, const std::vector<ScanCandidate>& 
 
 MediaIndexSnapshot buildMediaIndex(const fs::path& root, const ScanProgress& progress, bool trustPairs) {
     const Tree tree = openTree(root);
-    Walk walk = walkTree(tree, progress, true, trustPairs);
+    Walk walk = walkTree(tree, progress, trustPairs ? Listing::TrustedPairs : Listing::CheckedPairs);
     if (progress) progress(0, walk.candidates.size());
 
     // Sorting the candidates first leaves the songs in order already; the
@@ -356,7 +387,7 @@ MediaIndexSnapshot buildMediaIndex(const fs::path& root, const ScanProgress& pro
 
 std::vector<DirectoryStamp> fingerprintMediaFolder(const fs::path& root, const ScanProgress& progress) {
     const Tree tree = openTree(root);
-    Walk walk = walkTree(tree, progress, false, false);
+    Walk walk = walkTree(tree, progress, Listing::FingerprintOnly);
     if (progress) progress(walk.mediaTotal, walk.mediaTotal);
     return std::move(walk.stamps);
 }

@@ -186,6 +186,11 @@ struct ReadContext {
     bool checkDisk = false;
     std::unordered_set<std::string_view> keys;
     std::optional<MountedFiles> mountedFiles;
+    // The folder of the file checked last: songs come in path order, so
+    // their files are looked up by name inside it rather than walking the
+    // whole path again for each one.
+    std::string folder;
+    UniqueFd folderFd;
 };
 
 bool plainDirectoryOnTree(const ReadContext& context, const std::string& path) {
@@ -193,9 +198,18 @@ bool plainDirectoryOnTree(const ReadContext& context, const std::string& path) {
     return statEntry(AT_FDCWD, path.c_str(), 0, st) == 0 && isDirectory(st) && onSameMount(st, context.mount);
 }
 
-bool plainFileOnTree(const ReadContext& context, const std::string& path) {
+bool plainFileOnTree(ReadContext& context, const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return false;
+    const std::string_view folder = std::string_view(path).substr(0, slash == 0 ? 1 : slash);
+    if (!context.folderFd.valid() || folder != context.folder) {
+        context.folder.assign(folder);
+        context.folderFd.reset(::open(context.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!context.folderFd.valid()) return false;
+    }
     struct statx st {};
-    if (statEntry(AT_FDCWD, path.c_str(), 0, st) != 0 || !isRegular(st) || !onSameMount(st, context.mount)) {
+    if (statEntry(context.folderFd.get(), path.c_str() + slash + 1, 0, st) != 0 || !isRegular(st) ||
+        !onSameMount(st, context.mount)) {
         return false;
     }
     return !context.mountedFiles || !context.mountedFiles->contains(path);
@@ -221,7 +235,7 @@ bool directoriesValid(const ReadContext& context, const std::vector<DirectorySta
 }
 
 // A SONG path field to the absolute path it stands for, or false.
-bool decodePath(const ReadContext& context, std::string_view field, PathKind kind, std::string& scratch,
+bool decodePath(ReadContext& context, std::string_view field, PathKind kind, std::string& scratch,
                 std::string& full) {
     if (field.empty()) return false;
     unescapeInto(field, scratch);
@@ -239,8 +253,9 @@ bool decodePath(const ReadContext& context, std::string_view field, PathKind kin
     if (context.keys.count(parentKey(relative)) == 0) return false;
     const std::string_view extension = extensionOf(fileNameOf(relative));
     if (kind == PathKind::Media ? !isMediaExtension(extension) : !isGraphicsExtension(extension)) return false;
-    full.assign(context.prefix);
-    full.append(relative);
+    full.clear();
+    full.reserve(context.prefix.size() + relative.size());
+    full.append(context.prefix).append(relative);
     return !context.checkDisk || plainFileOnTree(context, full);
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -18,20 +20,22 @@ constexpr std::uint64_t hashId(std::int32_t id) {
     return hash;
 }
 
-// A flat map from id to Value for the undo engine's list edits, which touch
-// up to a hundred thousand ids per call: one allocation and linear probing
-// instead of a node per id. Keys are never removed; callers that need to
-// forget an id mark its value instead. Every 32-bit value is a valid key.
+// A flat map from id to a small Value for the undo engine, which keys up to
+// a hundred thousand ids per call: one allocation of compact slots and
+// linear probing instead of a node per id. Keys are never removed; callers
+// that need to forget an id mark its value instead. Every 32-bit value is a
+// valid key: the one that marks an empty slot lives beside the array.
 template <class Value>
 class IdTable {
 public:
     explicit IdTable(std::size_t expectedKeys = 0) { allocate(expectedKeys); }
 
     Value* find(std::int32_t id) {
+        if (id == kEmpty) return spare_ ? &*spare_ : nullptr;
         for (std::size_t at = home(id);; at = (at + 1) & mask_) {
             Slot& slot = slots_[at];
-            if (!slot.used) return nullptr;
             if (slot.id == id) return &slot.value;
+            if (slot.id == kEmpty) return nullptr;
         }
     }
     const Value* find(std::int32_t id) const { return const_cast<IdTable*>(this)->find(id); }
@@ -39,33 +43,39 @@ public:
     // The value under `id`, default-made when new, and whether it is new.
     // A pointer stays good until the next insertion.
     std::pair<Value*, bool> insert(std::int32_t id) {
-        if ((size_ + 1) * 2 > slots_.size()) grow();
+        if (id == kEmpty) {
+            const bool inserted = !spare_.has_value();
+            if (inserted) spare_.emplace();
+            return {&*spare_, inserted};
+        }
+        if ((used_ + 1) * 2 > slots_.size()) grow();
         for (std::size_t at = home(id);; at = (at + 1) & mask_) {
             Slot& slot = slots_[at];
-            if (!slot.used) {
-                slot.used = true;
+            if (slot.id == id) return {&slot.value, false};
+            if (slot.id == kEmpty) {
                 slot.id = id;
-                ++size_;
+                ++used_;
                 return {&slot.value, true};
             }
-            if (slot.id == id) return {&slot.value, false};
         }
     }
 
-    std::size_t size() const { return size_; }
+    std::size_t size() const { return used_ + (spare_ ? 1 : 0); }
 
     // Calls f(id, value) for every key, in no particular order.
     template <class F>
     void forEach(F&& f) {
         for (Slot& slot : slots_) {
-            if (slot.used) f(slot.id, slot.value);
+            if (slot.id != kEmpty) f(slot.id, slot.value);
         }
+        if (spare_) f(kEmpty, *spare_);
     }
 
 private:
+    static constexpr std::int32_t kEmpty = std::numeric_limits<std::int32_t>::min();
+
     struct Slot {
-        std::int32_t id = 0;
-        bool used = false;
+        std::int32_t id = kEmpty;
         Value value{};
     };
 
@@ -80,20 +90,21 @@ private:
         while (capacity < expectedKeys * 2) capacity *= 2;
         slots_.assign(capacity, Slot{});
         mask_ = capacity - 1;
-        size_ = 0;
+        used_ = 0;
     }
 
     void grow() {
         std::vector<Slot> old = std::move(slots_);
         allocate(old.size());
         for (Slot& slot : old) {
-            if (slot.used) *insert(slot.id).first = std::move(slot.value);
+            if (slot.id != kEmpty) *insert(slot.id).first = std::move(slot.value);
         }
     }
 
     std::vector<Slot> slots_;
+    std::optional<Value> spare_;
     std::size_t mask_ = 0;
-    std::size_t size_ = 0;
+    std::size_t used_ = 0;
 };
 
 }  // namespace tamo::core

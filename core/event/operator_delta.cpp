@@ -11,24 +11,17 @@ namespace {
     throw std::invalid_argument("Operator history requires unique positive IDs");
 }
 
+// Where each id stands in its list: the id map and the successor map in
+// one, since the element and the id behind it both follow from the place.
 template <class T>
-struct Node {
-    const T* element = nullptr;
-    std::int32_t next = 0;
-};
-
-// Id map and successor map of one list in a single table; the head's
-// successor is kept apart as the list's first id.
-template <class T>
-IdTable<Node<T>> indexList(const std::vector<T>& list) {
-    IdTable<Node<T>> table(list.size());
+IdTable<std::uint32_t> indexList(const std::vector<T>& list) {
+    IdTable<std::uint32_t> table(list.size());
     for (std::size_t i = 0; i < list.size(); ++i) {
         const std::int32_t id = list[i].id;
         if (id < 1) refuseIds();
-        const auto [node, inserted] = table.insert(id);
+        const auto [place, inserted] = table.insert(id);
         if (!inserted) refuseIds();
-        node->element = &list[i];
-        node->next = i + 1 < list.size() ? list[i + 1].id : 0;
+        *place = static_cast<std::uint32_t>(i);
     }
     return table;
 }
@@ -36,6 +29,11 @@ IdTable<Node<T>> indexList(const std::vector<T>& list) {
 template <class T>
 std::int32_t headOf(const std::vector<T>& list) {
     return list.empty() ? 0 : list.front().id;
+}
+
+template <class T>
+std::int32_t nextOf(const std::vector<T>& list, std::size_t place) {
+    return place + 1 < list.size() ? list[place + 1].id : 0;
 }
 
 template <class T, class Change>
@@ -59,49 +57,46 @@ void buildDelta(const std::vector<T>& before, const std::vector<T>& after, std::
         changes.clear();
     }
 
-    const IdTable<Node<T>> beforeMap = indexList(before);
-    const IdTable<Node<T>> afterMap = indexList(after);
+    const IdTable<std::uint32_t> beforeAt = indexList(before);
+    const IdTable<std::uint32_t> afterAt = indexList(after);
 
-    // The union of ids, `before` first in its order, then what `after` adds.
-    for (const T& element : before) {
-        const Node<T>* later = afterMap.find(element.id);
+    // Both outputs follow the union of ids: `before` in its order, then
+    // what `after` adds; the head's link comes first.
+    if (headOf(before) != headOf(after)) links.push_back(LinkChange{0, headOf(before), headOf(after)});
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        const T& element = before[i];
+        const std::int32_t earlierNext = nextOf(before, i);
+        const std::uint32_t* later = afterAt.find(element.id);
         if (later == nullptr) {
             changes.push_back(Change{element.id, element, std::nullopt});
-        } else if (!(element == *later->element)) {
-            changes.push_back(Change{element.id, element, *later->element});
-        }
-    }
-    for (const T& element : after) {
-        if (beforeMap.find(element.id) == nullptr) changes.push_back(Change{element.id, std::nullopt, element});
-    }
-
-    if (headOf(before) != headOf(after)) links.push_back(LinkChange{0, headOf(before), headOf(after)});
-    for (const T& element : before) {
-        const std::int32_t earlierNext = beforeMap.find(element.id)->next;
-        const Node<T>* later = afterMap.find(element.id);
-        if (later == nullptr) {
             links.push_back(LinkChange{element.id, earlierNext, std::nullopt});
-        } else if (later->next != earlierNext) {
-            links.push_back(LinkChange{element.id, earlierNext, later->next});
+            continue;
         }
+        if (!(element == after[*later])) changes.push_back(Change{element.id, element, after[*later]});
+        const std::int32_t laterNext = nextOf(after, *later);
+        if (laterNext != earlierNext) links.push_back(LinkChange{element.id, earlierNext, laterNext});
     }
-    for (const T& element : after) {
-        if (beforeMap.find(element.id) == nullptr) {
-            links.push_back(LinkChange{element.id, std::nullopt, afterMap.find(element.id)->next});
-        }
+    for (std::size_t i = 0; i < after.size(); ++i) {
+        if (beforeAt.find(after[i].id) != nullptr) continue;
+        changes.push_back(Change{after[i].id, std::nullopt, after[i]});
+        links.push_back(LinkChange{after[i].id, std::nullopt, nextOf(after, i)});
     }
     // A step's size is charged by capacity, so keep none to spare.
     links.shrink_to_fit();
     changes.shrink_to_fit();
 }
 
-template <class T>
+// One id while a step is applied. `element` indexes the present list, or
+// past its end the targets of the step's changes.
 struct ApplyNode {
-    const T* element = nullptr;
+    static constexpr std::uint32_t kAbsent = 0xFFFFFFFFU;
+
+    std::uint32_t element = kAbsent;
     std::int32_t next = 0;
-    bool hasNext = false;
-    bool visited = false;
-    std::uint32_t predecessors = 0;
+    bool hasNext : 1 = false;
+    bool visited : 1 = false;
+    // 0, 1, or 2 for "more than one": only exactly one is acceptable.
+    std::uint8_t predecessors : 2 = 0;
 };
 
 template <class T>
@@ -119,9 +114,15 @@ const std::optional<T>& targetSide(const std::optional<T>& before, const std::op
 template <class T, class Change>
 bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& links,
                 const std::vector<Change>& changes, StepDirection direction, std::vector<T>& out) {
-    IdTable<ApplyNode<T>> table(present.size() + changes.size() + links.size() + 1);
+    auto elementAt = [&](std::uint32_t element) -> const T& {
+        if (element < present.size()) return present[element];
+        const Change& change = changes[element - present.size()];
+        return *targetSide(change.before, change.after, direction);
+    };
+
+    IdTable<ApplyNode> table(present.size() + changes.size() + links.size() + 1);
     {
-        ApplyNode<T>& head = *table.insert(0).first;
+        ApplyNode& head = *table.insert(0).first;
         head.hasNext = true;
         head.next = headOf(present);
     }
@@ -130,9 +131,9 @@ bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& li
         if (id < 1) refuseIds();
         const auto [node, inserted] = table.insert(id);
         if (!inserted) refuseIds();
-        node->element = &present[i];
+        node->element = static_cast<std::uint32_t>(i);
         node->hasNext = true;
-        node->next = i + 1 < present.size() ? present[i + 1].id : 0;
+        node->next = nextOf(present, i);
     }
     std::size_t elementCount = present.size();
     std::size_t nextCount = present.size() + 1;
@@ -140,27 +141,28 @@ bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& li
     // Everything the step expects must hold before anything is written.
     for (const Change& change : changes) {
         const std::optional<T>& expected = expectedSide(change.before, change.after, direction);
-        const ApplyNode<T>* node = table.find(change.id);
-        const bool held = node != nullptr && node->element != nullptr;
-        if (expected ? !held || !(*node->element == *expected) : held) return false;
+        const ApplyNode* node = table.find(change.id);
+        const bool held = node != nullptr && node->element != ApplyNode::kAbsent;
+        if (expected ? !held || !(elementAt(node->element) == *expected) : held) return false;
     }
     for (const LinkChange& link : links) {
         const std::optional<std::int32_t>& expected = expectedSide(link.before, link.after, direction);
-        const ApplyNode<T>* node = table.find(link.id);
+        const ApplyNode* node = table.find(link.id);
         const bool held = node != nullptr && node->hasNext;
         if (expected ? !held || node->next != *expected : held) return false;
     }
 
-    for (const Change& change : changes) {
-        const std::optional<T>& target = targetSide(change.before, change.after, direction);
-        ApplyNode<T>& node = *table.insert(change.id).first;
-        if (node.element != nullptr) --elementCount;
-        node.element = target ? &*target : nullptr;
-        if (node.element != nullptr) ++elementCount;
+    for (std::size_t k = 0; k < changes.size(); ++k) {
+        const Change& change = changes[k];
+        ApplyNode& node = *table.insert(change.id).first;
+        if (node.element != ApplyNode::kAbsent) --elementCount;
+        const bool kept = targetSide(change.before, change.after, direction).has_value();
+        node.element = kept ? static_cast<std::uint32_t>(present.size() + k) : ApplyNode::kAbsent;
+        if (kept) ++elementCount;
     }
     for (const LinkChange& link : links) {
         const std::optional<std::int32_t>& target = targetSide(link.before, link.after, direction);
-        ApplyNode<T>& node = *table.insert(link.id).first;
+        ApplyNode& node = *table.insert(link.id).first;
         if (node.hasNext) --nextCount;
         node.hasNext = target.has_value();
         node.next = target.value_or(0);
@@ -170,33 +172,33 @@ bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& li
     // The edited links must again form one list through every element and
     // nothing else: one successor per element plus the head, each element
     // the successor of exactly one key.
-    const ApplyNode<T>* head = table.find(0);
+    const ApplyNode* head = table.find(0);
     if (nextCount != elementCount + 1 || head == nullptr || !head->hasNext) return false;
     bool consistent = true;
-    table.forEach([&](std::int32_t id, ApplyNode<T>& node) {
+    table.forEach([&](std::int32_t id, ApplyNode& node) {
         if (!node.hasNext) return;
-        if (id != 0 && node.element == nullptr) consistent = false;
+        if (id != 0 && node.element == ApplyNode::kAbsent) consistent = false;
         if (node.next == 0) return;
-        ApplyNode<T>* successor = table.find(node.next);
-        if (successor == nullptr || successor->element == nullptr) {
+        ApplyNode* successor = table.find(node.next);
+        if (successor == nullptr || successor->element == ApplyNode::kAbsent) {
             consistent = false;
-        } else {
+        } else if (successor->predecessors < 2) {
             ++successor->predecessors;
         }
     });
     if (!consistent) return false;
-    table.forEach([&](std::int32_t, ApplyNode<T>& node) {
-        if (node.element != nullptr && node.predecessors != 1) consistent = false;
+    table.forEach([&](std::int32_t, ApplyNode& node) {
+        if (node.element != ApplyNode::kAbsent && node.predecessors != 1) consistent = false;
     });
     if (!consistent) return false;
 
     out.clear();
     out.reserve(elementCount);
     for (std::int32_t id = table.find(0)->next; id != 0;) {
-        ApplyNode<T>* node = table.find(id);
-        if (node == nullptr || node->element == nullptr || node->visited || !node->hasNext) return false;
+        ApplyNode* node = table.find(id);
+        if (node == nullptr || node->element == ApplyNode::kAbsent || node->visited || !node->hasNext) return false;
         node->visited = true;
-        out.push_back(*node->element);
+        out.push_back(elementAt(node->element));
         id = node->next;
     }
     return out.size() == elementCount;

@@ -15,6 +15,23 @@ bool isSafeRelativePath(std::string_view relative);
 // a backslash is left out, since a reader takes the backslash as a separator.
 std::optional<std::string> storedRelativePath(std::string_view songPath, std::string_view folder);
 
+// storedRelativePath for many songs under one folder: the folder is made
+// normal once, and a plain song path under it is cut by string compare.
+class RelativePathMaker {
+public:
+    explicit RelativePathMaker(std::string_view folder);
+    std::optional<std::string> relativeOf(std::string_view songPath) const;
+
+private:
+    std::string folder_;
+    std::string prefix_;  // the normal folder with one trailing slash
+    bool plain_ = false;
+};
+
+// True for an absolute path with no empty, "." or ".." component and no
+// trailing slash: one that lexical normalising would leave as it is.
+bool isPlainAbsolutePath(std::string_view path);
+
 // folder joined with a stored relative path (either separator), lexically
 // normal: the library key of a song that moved with its folder.
 std::string joinStoredRelative(std::string_view folder, std::string_view relative);

@@ -86,16 +86,16 @@ bool eventReadsBack(const RecoveryEventView& event, std::string_view mediaFolder
     return true;
 }
 
-void appendSongFields(std::string& out, const Song& song, std::string_view mediaFolder) {
+void appendSongFields(std::string& out, const Song& song, const RelativePathMaker& maker) {
     out.append(",\"songPath\":");
     appendJsonText(out, song.path);
-    if (const auto relative = storedRelativePath(song.path, mediaFolder)) {
+    if (const auto relative = maker.relativeOf(song.path)) {
         out.append(",\"relativePath\":");
         appendJsonText(out, *relative);
     }
 }
 
-void appendEntryTail(std::string& out, const Song& song, std::string_view singer, MediaStampCache& stamps) {
+void appendEntryTail(std::string& out, const Song& song, std::string_view singer) {
     out.append(",\"singer\":");
     appendJsonText(out, singer);
     out.append(",\"title\":");
@@ -106,6 +106,12 @@ void appendEntryTail(std::string& out, const Song& song, std::string_view singer
     appendJsonText(out, song.format);
     out.append(",\"cdgPath\":");
     appendJsonText(out, song.cdgPath);
+}
+
+// The proof that a waiting song is still the file the singer asked for.
+// History has no use for it: a performance is kept whatever its file became,
+// and leaving it out spares a file lookup per performance on every save.
+void appendMediaStamp(std::string& out, const Song& song, MediaStampCache& stamps) {
     const MediaStamp& stamp = stamps.stampOf(song.path);
     out.append(",\"mediaSize\":");
     appendJsonText(out, stamp.size);
@@ -113,21 +119,21 @@ void appendEntryTail(std::string& out, const Song& song, std::string_view singer
     appendJsonText(out, stamp.modified);
 }
 
-void appendQueueEntry(std::string& out, const QueueEntry& entry, std::string_view mediaFolder,
+void appendQueueEntry(std::string& out, const QueueEntry& entry, const RelativePathMaker& relative,
                       MediaStampCache& stamps) {
     out.append("{\"singerId\":");
     appendJsonInteger(out, entry.singerId);
-    appendSongFields(out, entry.song, mediaFolder);
-    appendEntryTail(out, entry.song, entry.singer, stamps);
+    appendSongFields(out, entry.song, relative);
+    appendEntryTail(out, entry.song, entry.singer);
+    appendMediaStamp(out, entry.song, stamps);
     out.push_back('}');
 }
 
-void appendHistoryEntry(std::string& out, const HistoryEntry& entry, std::string_view mediaFolder,
-                        MediaStampCache& stamps) {
+void appendHistoryEntry(std::string& out, const HistoryEntry& entry, const RelativePathMaker& relative) {
     out.append("{\"singerId\":");
     appendJsonInteger(out, entry.singerId);
-    appendSongFields(out, entry.song, mediaFolder);
-    appendEntryTail(out, entry.song, entry.singer, stamps);
+    appendSongFields(out, entry.song, relative);
+    appendEntryTail(out, entry.song, entry.singer);
     out.append(",\"playedAt\":");
     appendJsonDouble(out, entry.playedAt);
     out.push_back('}');
@@ -187,6 +193,7 @@ std::optional<std::string> serialiseEventRecovery(const RecoveryEventView& event
     if (playbackPositionMs > kMaxPlaybackPositionMs) playbackPositionMs = kMaxPlaybackPositionMs;
 
     MediaStampCache stamps;
+    const RelativePathMaker relative(mediaFolder);
     std::string out;
     out.reserve(static_cast<std::size_t>(estimate));
     out.append("{\"version\":");
@@ -231,19 +238,19 @@ std::optional<std::string> serialiseEventRecovery(const RecoveryEventView& event
     for (const QueueEntry& entry : event.queue) {
         if (!first) out.push_back(',');
         first = false;
-        appendQueueEntry(out, entry, mediaFolder, stamps);
+        appendQueueEntry(out, entry, relative, stamps);
     }
     out.push_back(']');
     if (event.current != nullptr) {
         out.append(",\"current\":");
-        appendQueueEntry(out, *event.current, mediaFolder, stamps);
+        appendQueueEntry(out, *event.current, relative, stamps);
     }
     out.append(",\"history\":[");
     first = true;
     for (const HistoryEntry& entry : event.history) {
         if (!first) out.push_back(',');
         first = false;
-        appendHistoryEntry(out, entry, mediaFolder, stamps);
+        appendHistoryEntry(out, entry, relative);
     }
     out.append("]}");
     if (out.empty() || out.size() > kMaxRecoveryFileBytes) return std::nullopt;

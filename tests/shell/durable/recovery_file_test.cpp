@@ -86,7 +86,8 @@ TEST_F(RecoveryFileTest, SavedEventReadsBackWholeWithPlayingRestoredAsPaused) {
     EXPECT_EQ(json["version"], 4);
     EXPECT_EQ(json["queue"][2]["relativePath"], "sub/Artist C - Song Three.mp4");
     EXPECT_EQ(json["queue"][0]["mediaSize"], "128");
-    EXPECT_FALSE(json["history"][1].contains("relativePath") && json["history"][1]["mediaSize"] != "");
+    EXPECT_FALSE(json["history"][0].contains("mediaSize"));
+    EXPECT_EQ(json["history"][1]["relativePath"], "gone.mp3");
 
     ASSERT_EQ(read(), RecoveryReadStatus::Complete);
     EXPECT_EQ(folder, media.string());

@@ -15,12 +15,62 @@ bool needsTrim(const std::string& name) {
     return !name.empty() && (isSpaceByte(name.front()) || isSpaceByte(name.back()));
 }
 
+// What the applied snapshot does with an entry that the event holds now.
+enum class Standing : std::uint8_t { Unused, Replaced, Moved };
+
 // Where each entry of the applied snapshot comes from: the event's own
 // entry, moved when nothing in it changes, or a fresh copy.
 struct EntrySource {
     bool fresh = false;
+    bool placed = false;
     std::uint32_t index = 0;
 };
+
+// Rearranges `queue` so that entry i comes from sources[i]: a standing entry
+// of `queue` (marked Moved in `use`) or fresh[index]. Entries that
+// keep their place are not touched. Chains start at the places whose entry
+// nobody wants and follow each entry taken out to its old place; what is
+// left are cycles, closed through one carried entry. Capacity for the new
+// length must be reserved: nothing here allocates or throws.
+void arrangeQueue(std::vector<QueueEntry>& queue, std::vector<EntrySource>& sources,
+                  std::vector<QueueEntry>& fresh, const std::vector<Standing>& use) {
+    const std::size_t standing = queue.size();
+    const std::size_t length = sources.size();
+    if (length > standing) queue.resize(length);
+
+    // Places `at` from its source; returns the place that this emptied, if any.
+    auto place = [&](std::size_t at) -> std::size_t {
+        EntrySource& source = sources[at];
+        source.placed = true;
+        if (source.fresh) {
+            queue[at] = std::move(fresh[source.index]);
+            return length;
+        }
+        if (source.index == at) return length;
+        queue[at] = std::move(queue[source.index]);
+        return source.index;
+    };
+
+    for (std::size_t start = 0; start < length; ++start) {
+        const EntrySource& source = sources[start];
+        if (!source.fresh && source.index == start) {
+            sources[start].placed = true;
+            continue;
+        }
+        const bool free = start >= standing || use[start] != Standing::Moved;
+        if (source.placed || !free) continue;
+        for (std::size_t at = start; at < length && !sources[at].placed;) at = place(at);
+    }
+    for (std::size_t start = 0; start < length; ++start) {
+        if (sources[start].placed) continue;
+        QueueEntry carried = std::move(queue[start]);
+        std::size_t at = start;
+        while (sources[at].index != start) at = place(at);
+        sources[at].placed = true;
+        queue[at] = std::move(carried);
+    }
+    if (length < standing) queue.erase(queue.begin() + static_cast<std::ptrdiff_t>(length), queue.end());
+}
 
 }  // namespace
 
@@ -63,9 +113,9 @@ bool EventCore::applyOperatorSnapshot(const OperatorSnapshot& snapshot) {
     // An undo in a queue of 100000 entries usually touches a handful: the
     // entries that come back exactly as they stand are moved over, found by
     // walking both lists side by side, and only the rest are copied from the
-    // library. The event's own ids are unique, so a standing entry claimed
-    // twice, or a newcomer seen twice, is a repeated id.
-    std::vector<char> claimed(queue_.size(), 0);
+    // library. The event's own ids are unique, so a standing entry met
+    // twice, or a newcomer met twice, is a repeated id.
+    std::vector<Standing> standingUse(queue_.size(), Standing::Unused);
     std::optional<IdTable<std::uint32_t>> standingAt;
     IdTable<char> newcomers;
     std::ptrdiff_t shift = 0;
@@ -84,13 +134,21 @@ bool EventCore::applyOperatorSnapshot(const OperatorSnapshot& snapshot) {
         return &queue_[*at];
     };
 
+    // A queue holds the same songs many times over; look each up once.
+    IdTable<const Song*> songs;
+    auto librarySong = [&](std::int32_t songId) {
+        const auto [known, inserted] = songs.insert(songId);
+        if (inserted) *known = songById(songId);
+        return *known;
+    };
+
     std::vector<QueueEntry> fresh;
     std::int32_t largestQueue = 0;
     // Song data comes from the library as it is now, never from the step.
     auto bind = [&](const QueueRef& ref, const QueueEntry* standing, EntrySource& source) {
         if (ref.id < 1) return false;
         const std::uint32_t* singer = singerAt.find(ref.singerId);
-        const Song* song = songById(ref.songId);
+        const Song* song = librarySong(ref.songId);
         if (singer == nullptr || song == nullptr) return false;
         const std::string& name = singers[*singer].name;
         largestQueue = std::max(largestQueue, ref.id);
@@ -98,7 +156,7 @@ bool EventCore::applyOperatorSnapshot(const OperatorSnapshot& snapshot) {
             standing->song == *song) {
             return true;
         }
-        source = EntrySource{true, static_cast<std::uint32_t>(fresh.size())};
+        source = EntrySource{true, false, static_cast<std::uint32_t>(fresh.size())};
         fresh.push_back(QueueEntry{ref.id, ref.singerId, *song, name});
         return true;
     };
@@ -107,15 +165,15 @@ bool EventCore::applyOperatorSnapshot(const OperatorSnapshot& snapshot) {
     for (std::size_t i = 0; i < snapshot.queue.size(); ++i) {
         const QueueRef& ref = snapshot.queue[i];
         const QueueEntry* standing = findStanding(i, ref.id);
-        if (standing != nullptr) {
-            const auto place = static_cast<std::size_t>(standing - queue_.data());
-            if (claimed[place] != 0) return false;
-            claimed[place] = 1;
-            sources[i].index = static_cast<std::uint32_t>(place);
-        } else if (!newcomers.insert(ref.id).second) {
-            return false;
+        if (standing == nullptr) {
+            if (!newcomers.insert(ref.id).second || !bind(ref, nullptr, sources[i])) return false;
+            continue;
         }
+        const auto place = static_cast<std::size_t>(standing - queue_.data());
+        if (standingUse[place] != Standing::Unused) return false;
+        sources[i].index = static_cast<std::uint32_t>(place);
         if (!bind(ref, standing, sources[i])) return false;
+        standingUse[place] = sources[i].fresh ? Standing::Replaced : Standing::Moved;
     }
     EntrySource currentSource;
     if (snapshot.current) {
@@ -130,12 +188,9 @@ bool EventCore::applyOperatorSnapshot(const OperatorSnapshot& snapshot) {
     // A playing or paused status needs something to play.
     if (playbackStatus_ != PlaybackStatus::Stopped && !snapshot.current) return false;
 
-    std::vector<QueueEntry> queue;
-    queue.reserve(snapshot.queue.size());
+    if (snapshot.queue.size() > queue_.capacity()) queue_.reserve(snapshot.queue.size());
     // Nothing below can fail: moves only, into reserved room.
-    for (const EntrySource& source : sources) {
-        queue.push_back(std::move(source.fresh ? fresh[source.index] : queue_[source.index]));
-    }
+    arrangeQueue(queue_, sources, fresh, standingUse);
     if (!snapshot.current) {
         current_.reset();
     } else if (currentSource.fresh) {
@@ -144,7 +199,6 @@ bool EventCore::applyOperatorSnapshot(const OperatorSnapshot& snapshot) {
     nextSingerId_ = std::max(nextSingerId_, snapshot.nextSingerId);
     nextQueueId_ = std::max(nextQueueId_, snapshot.nextQueueId);
     singers_ = std::move(singers);
-    queue_ = std::move(queue);
     return true;
 }
 

@@ -277,8 +277,10 @@ TEST(OperatorHistory, ApplyingRefusesAnythingThatDoesNotFit) {
     EXPECT_THROW(buildListDelta(twice, other, links, queueChanges), std::invalid_argument);
     EXPECT_THROW(buildListDelta(other, std::vector<QueueRef>{{0, 1, 1}}, links, queueChanges),
                  std::invalid_argument);
+    const std::vector<QueueRef> three{{1, 1, 1}, {2, 1, 1}, {3, 1, 1}};
+    buildListDelta(three, other, links, queueChanges);
     std::vector<QueueRef> queueOut;
-    EXPECT_THROW(applyListDelta(twice, {}, {}, StepDirection::Undo, queueOut), std::invalid_argument);
+    EXPECT_THROW(applyListDelta(twice, links, queueChanges, StepDirection::Undo, queueOut), std::invalid_argument);
 }
 
 TEST(OperatorHistory, SnapshotApplyIsAllOrNothing) {

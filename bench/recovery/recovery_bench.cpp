@@ -32,10 +32,10 @@ struct Night {
     core::SingerStates states;
 };
 
-std::vector<fs::path>& tempRoots() {
-    static std::vector<fs::path> roots;
-    return roots;
-}
+// Defined before the cleanup below, so it outlives it.
+std::vector<fs::path> temporaryRoots;
+
+std::vector<fs::path>& tempRoots() { return temporaryRoots; }
 
 fs::path makeTempRoot() {
     std::string pattern = (fs::temp_directory_path() / "tamo-bench-recovery-XXXXXX").string();
@@ -185,20 +185,14 @@ BENCHMARK(BM_PlainWrite)->Arg(0)->Arg(1)->ArgName("largest")->Unit(benchmark::kM
 BENCHMARK(BM_Save)->Arg(0)->Arg(1)->ArgName("largest")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Read)->Arg(0)->Arg(1)->ArgName("largest")->Unit(benchmark::kMillisecond);
 
+// Removes the temporary media folders and files when the program ends.
 struct Cleanup {
     ~Cleanup() {
         std::error_code error;
         for (const fs::path& root : tempRoots()) fs::remove_all(root, error);
     }
-};
+} cleanup;
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    Cleanup cleanup;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+BENCHMARK_MAIN();

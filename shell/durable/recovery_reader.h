@@ -24,7 +24,7 @@ using RecoveryLibraryLoader = std::function<std::optional<std::vector<core::Song
 // path is known, else a plain scan. May write the cache.
 std::optional<std::vector<core::Song>> loadRecoveryLibrary(const std::filesystem::path& folder);
 
-// A loader that writes nothing, for inspecting a file from outside the
+// A loader that writes nothing, for looking at a file from outside the
 // program: the given index cache when it is still true to the folder on
 // disk (every file and directory checked), else a plain scan.
 RecoveryLibraryLoader readOnlyRecoveryLibrary(std::filesystem::path cachePath);

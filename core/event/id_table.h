@@ -1,30 +1,30 @@
 #pragma once
 
+#include "fnv1a.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace tamo::core {
 
-// 64-bit FNV-1a over the four bytes of an id, lowest byte first.
+// FNV-1a over the four bytes of an id, lowest byte first.
 constexpr std::uint64_t hashId(std::int32_t id) {
-    std::uint64_t hash = 14695981039346656037ULL;
     const auto bits = static_cast<std::uint32_t>(id);
-    for (int shift = 0; shift < 32; shift += 8) {
-        hash ^= (bits >> shift) & 0xFFU;
-        hash *= 1099511628211ULL;
-    }
-    return hash;
+    const char bytes[4] = {static_cast<char>(bits & 0xFFU), static_cast<char>((bits >> 8) & 0xFFU),
+                           static_cast<char>((bits >> 16) & 0xFFU), static_cast<char>(bits >> 24)};
+    return fnv1a(std::string_view(bytes, 4));
 }
 
 // A flat map from id to a small Value for the undo engine, which keys up to
 // a hundred thousand ids per call: one allocation of compact slots and
-// linear probing instead of a node per id. Keys are never removed; callers
-// that need to forget an id mark its value instead. Every 32-bit value is a
-// valid key: the one that marks an empty slot lives beside the array.
+// linear probing instead of a node per id. Keys are never removed. Every
+// 32-bit value is a valid key: the one that marks an empty slot lives
+// beside the array.
 template <class Value>
 class IdTable {
 public:
@@ -58,17 +58,6 @@ public:
                 return {&slot.value, true};
             }
         }
-    }
-
-    std::size_t size() const { return used_ + (spare_ ? 1 : 0); }
-
-    // Calls f(id, value) for every key, in no particular order.
-    template <class F>
-    void forEach(F&& f) {
-        for (Slot& slot : slots_) {
-            if (slot.id != kEmpty) f(slot.id, slot.value);
-        }
-        if (spare_) f(kEmpty, *spare_);
     }
 
 private:

@@ -104,9 +104,7 @@ void buildDelta(const std::vector<T>& before, const std::vector<T>& after, std::
 // step brings in are added behind. `element` indexes the present list, or
 // past its end the targets of the step's changes.
 struct ApplyNode {
-    static constexpr std::uint32_t kAbsent = 0xFFFFFFFFU;
-
-    std::uint32_t element = kAbsent;
+    std::uint32_t element = kNowhere;
     std::int32_t next = 0;
     bool hasNext = false;
     // Set by a link change; otherwise the successor is simply the next place.
@@ -187,7 +185,7 @@ bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& li
     for (const Change& change : changes) {
         const std::optional<T>& expected = expectedSide(change.before, change.after, direction);
         const std::size_t at = change.id == 0 ? kMissing : find(change.id);
-        const bool held = at != kMissing && nodes[at].element != ApplyNode::kAbsent;
+        const bool held = at != kMissing && nodes[at].element != kNowhere;
         if (expected ? !held || !(elementAt(nodes[at].element) == *expected) : held) return false;
     }
     for (const LinkChange& link : links) {
@@ -206,8 +204,8 @@ bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& li
             continue;
         }
         ApplyNode& node = findOrAdd(change.id);
-        if (node.element != ApplyNode::kAbsent) --elementCount;
-        node.element = kept ? static_cast<std::uint32_t>(length + k) : ApplyNode::kAbsent;
+        if (node.element != kNowhere) --elementCount;
+        node.element = kept ? static_cast<std::uint32_t>(length + k) : kNowhere;
         if (kept) ++elementCount;
     }
     for (const LinkChange& link : links) {
@@ -226,15 +224,15 @@ bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& li
     if (nextCount != elementCount + 1 || !nodes[head].hasNext) return false;
     for (std::size_t at = 0; at < nodes.size(); ++at) {
         if (!nodes[at].hasNext) continue;
-        if (at != head && nodes[at].element == ApplyNode::kAbsent) return false;
+        if (at != head && nodes[at].element == kNowhere) return false;
         const std::size_t successor = successorOf(at);
         if (successor == kEnd) continue;
-        if (successor == kMissing || nodes[successor].element == ApplyNode::kAbsent) return false;
+        if (successor == kMissing || nodes[successor].element == kNowhere) return false;
         std::uint8_t& predecessors = nodes[successor].predecessors;
         if (predecessors < 2) ++predecessors;
     }
     for (const ApplyNode& node : nodes) {
-        if (node.element != ApplyNode::kAbsent && node.predecessors != 1) return false;
+        if (node.element != kNowhere && node.predecessors != 1) return false;
     }
 
     out.clear();
@@ -242,7 +240,7 @@ bool applyDelta(const std::vector<T>& present, const std::vector<LinkChange>& li
     for (std::size_t at = successorOf(head); at != kEnd; at = successorOf(at)) {
         if (at == kMissing) return false;
         ApplyNode& node = nodes[at];
-        if (node.element == ApplyNode::kAbsent || node.visited || !node.hasNext) return false;
+        if (node.element == kNowhere || node.visited || !node.hasNext) return false;
         node.visited = true;
         out.push_back(elementAt(node.element));
     }

@@ -42,7 +42,9 @@ std::uint64_t operatorSnapshotBytes(const OperatorSnapshot& snapshot) {
     std::uint64_t bytes = 72;
     bytes = saturatingAdd(bytes, saturatingMultiply(snapshot.singers.capacity(), 40));
     bytes = saturatingAdd(bytes, saturatingMultiply(snapshot.queue.capacity(), 12));
-    for (const Singer& singer : snapshot.singers) bytes = saturatingAdd(bytes, saturatingAdd(singer.name.capacity(), 1));
+    for (const Singer& singer : snapshot.singers) {
+        bytes = saturatingAdd(bytes, saturatingAdd(singer.name.capacity(), 1));
+    }
     return bytes;
 }
 

@@ -156,7 +156,7 @@ bool EventCore::applyOperatorSnapshot(const OperatorSnapshot& snapshot) {
             standing->song == *song) {
             return true;
         }
-        source = EntrySource{true, false, static_cast<std::uint32_t>(fresh.size())};
+        source = EntrySource{.fresh = true, .index = static_cast<std::uint32_t>(fresh.size())};
         fresh.push_back(QueueEntry{ref.id, ref.singerId, *song, name});
         return true;
     };

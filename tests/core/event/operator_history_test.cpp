@@ -337,7 +337,7 @@ TEST(OperatorHistory, SnapshotApplyIsAllOrNothing) {
     EXPECT_EQ(core.nextQueueId(), good.nextQueueId + 5);
 }
 
-TEST(OperatorHistory, RollingLimitDropsTheOldestStep) {
+TEST(OperatorHistory, LimitsDropTheOldestStepsAndKeepTheNewest) {
     EventCore core;
     OperatorHistory history;
     for (int i = 0; i < 513; ++i) {
@@ -347,15 +347,11 @@ TEST(OperatorHistory, RollingLimitDropsTheOldestStep) {
     while (history.undo(core)) {
     }
     ASSERT_EQ(core.singers().size(), 1U) << "the first step was dropped";
-    EXPECT_EQ(core.singers()[0].name, "S0");
     EXPECT_EQ(history.redoCount(), 512U);
-}
 
-TEST(OperatorHistory, ByteLimitKeepsTheNewestStepWhateverItsSize) {
-    EventCore core;
-    const std::int32_t ana = core.addSinger("Ana");
-    OperatorHistory history;
     // A rename between two short names is estimated at 368 bytes.
+    history.clear();
+    const std::int32_t ana = core.singers()[0].id;
     OperatorHistoryTestAccess::setByteLimit(history, 2 * 368);
     for (const char* name : {"Bo", "Cy", "Di"}) {
         ASSERT_TRUE(wrapped(history, core, [&] { return core.renameSinger(ana, name); }));
@@ -375,23 +371,6 @@ TEST(OperatorHistory, ByteLimitKeepsTheNewestStepWhateverItsSize) {
     EXPECT_EQ(core.singers().size(), 2U);
 }
 
-TEST(OperatorHistory, FootprintUsesFixedWeights) {
-    OperatorStep step;
-    step.singerChanges.push_back(SingerChange{1, Singer{1, "Ana"}, Singer{1, std::string(40, 'x')}});
-    step.queueLinks.push_back(LinkChange{0, 1, 2});
-    step.queueChanges.reserve(2);
-    const std::uint64_t nameBytes = (step.singerChanges[0].before->name.capacity() + 1) +
-                                    (step.singerChanges[0].after->name.capacity() + 1);
-    EXPECT_EQ(operatorStepBytes(step), 136U + 48U + 104U + nameBytes + 48U + 20U + 2U * 36U);
-
-    OperatorSnapshot snapshot;
-    snapshot.singers.push_back(Singer{1, "Ana"});
-    snapshot.queue.reserve(10);
-    EXPECT_EQ(operatorSnapshotBytes(snapshot), 72U + 40U * snapshot.singers.capacity() + 12U * 10U +
-                                                   snapshot.singers[0].name.capacity() + 1U);
-    EXPECT_EQ(saturatingAdd(~std::uint64_t{0} - 1, 5), ~std::uint64_t{0});
-}
-
 // Long random runs of wrapped actions with undo and redo mixed in, against
 // a model of the two stacks: every undo must give back exactly the event
 // that preceded its action, and every redo the event that followed it.
@@ -404,8 +383,8 @@ struct State {
 };
 
 struct Recorded {
-    State before;
-    State after;
+    Rotation before;
+    Rotation after;
 };
 
 TEST(OperatorHistory, RandomActionsUndoToTheirExactStartingPoint) {
@@ -465,8 +444,7 @@ TEST(OperatorHistory, RandomActionsUndoToTheirExactStartingPoint) {
                 return;
             }
             ASSERT_TRUE(done);
-            const State expected = undoing ? from.back().before : from.back().after;
-            ASSERT_EQ(stateOf().rotation, expected.rotation);
+            ASSERT_EQ(rotationOf(core), undoing ? from.back().before : from.back().after);
             trusted = stateOf();
             to.push_back(from.back());
             from.pop_back();
@@ -504,7 +482,7 @@ TEST(OperatorHistory, RandomActionsUndoToTheirExactStartingPoint) {
                     ASSERT_EQ(stateOf(), before) << "a refusal changes nothing";
                 } else if (history.commit(core)) {
                     ASSERT_FALSE(stateOf().rotation == before.rotation);
-                    undoModel.push_back(Recorded{before, stateOf()});
+                    undoModel.push_back(Recorded{before.rotation, rotationOf(core)});
                     redoModel.clear();
                     trusted = stateOf();
                 } else {

@@ -55,9 +55,9 @@ bool wrapped(OperatorHistory& history, EventCore& core, Action action) {
 
 TEST(OperatorHistory, RenameAndSingerMoveRecordOnlyWhatChanged) {
     EventCore core;
-    const std::int32_t song = addSong(core, "a");
+    for (int i = 0; i < 40; ++i) addSong(core, std::to_string(i));
     for (int i = 0; i < 3000; ++i) core.addSinger("Singer " + std::to_string(i));
-    for (std::int32_t id = 1; id <= 3000; ++id) core.enqueueForSinger(song, id);
+    for (std::int32_t id = 1; id <= 3000; ++id) core.enqueueForSinger(1 + id % 40, id);
 
     OperatorSnapshot before = core.operatorSnapshot();
     ASSERT_TRUE(core.renameSinger(1500, "Renamed"));

@@ -1,18 +1,23 @@
 // tamo-library: index and search a media folder from the command line, the
 // way the application loads its library, and make synthetic trees to try it on.
 
+#include "common_filename_word_cache.h"
 #include "fixed_paths.h"
 #include "media_folder_scan.h"
 #include "media_index_load.h"
+#include "media_preflight.h"
 #include "song_search.h"
+#include "text.h"
 #include "tree_maker.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <span>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -24,7 +29,9 @@ using namespace tamo::core;
 constexpr const char* kUsage =
     "Usage:\n"
     "  tamo-library index FOLDER [--cache FILE | --no-cache] [--mode trust|verify|rebuild]\n"
-    "  tamo-library search FOLDER [--cache FILE | --no-cache] [--mode trust|verify|rebuild] [--limit N] QUERY...\n"
+    "  tamo-library search FOLDER [--cache FILE | --no-cache] [--mode trust|verify|rebuild] [--limit N]\n"
+    "                      [--no-word-cache] QUERY...\n"
+    "  tamo-library preflight FOLDER [--cache FILE | --no-cache] [--mode trust|verify|rebuild]\n"
     "  tamo-library make-tree DIR --songs N [--seed S]\n"
     "  tamo-library --help\n"
     "\n"
@@ -32,7 +39,13 @@ constexpr const char* kUsage =
     "         count, whether they came from the cache, and the time taken.\n"
     "search   loads FOLDER the same way and prints the songs whose file name holds\n"
     "         every word of QUERY, in library order: id, artist, title, file name,\n"
-    "         separated by tabs. --limit defaults to 100; 0 means no limit.\n"
+    "         separated by tabs. --limit defaults to 100; 0 means no limit. A\n"
+    "         one-word query is answered from the index of common file-name\n"
+    "         words, as the application does; --no-word-cache forces the plain\n"
+    "         filter.\n"
+    "preflight  checks that every song's media (and an .mp3's graphics) is a\n"
+    "         plain file that opens; prints the result, then one line per issue:\n"
+    "         id, media path, label. Exit status 1 when any issue was found.\n"
     "make-tree  writes a synthetic library of N songs (empty files) into DIR.\n"
     "\n"
     "The cache defaults to the application's own, media-index-cache.tsv in\n"
@@ -45,6 +58,7 @@ struct Options {
     std::string folder;
     std::optional<fs::path> cache;
     bool noCache = false;
+    bool noWordCache = false;
     MediaIndexMode mode = MediaIndexMode::TrustCache;
     std::size_t limit = 100;
     std::uint64_t songs = 0;
@@ -97,6 +111,59 @@ Loaded load(const Options& options) {
     return Loaded{std::move(loaded.songs), loaded.rebuilt ? "scan" : "cache"};
 }
 
+// The songs a search shows. A one-word query goes through the common
+// filename word cache, built here for this library, and copies the hit's
+// positions up to the limit; several words, a miss, a failed build or
+// --no-word-cache take the linear filter. A hit can list fewer songs than
+// the filter, since text after a name's first "." isn't indexed.
+std::vector<Song> searchLibrary(const std::vector<Song>& songs, std::string_view query, std::size_t limit,
+                                bool useWordCache, const char** path) {
+    *path = "linear";
+    const std::string normalized = normalizeSearchQuery(query);
+    const bool oneWord = !normalized.empty() && std::none_of(normalized.begin(), normalized.end(), isSpaceByte);
+    if (useWordCache && oneWord) {
+        if (const auto cache = buildCommonFilenameWordCache(songs, kDefaultCommonWordLimit, {})) {
+            std::span<const std::uint32_t> positions;
+            if (cache->lookup(normalized, positions)) {
+                std::vector<Song> found;
+                found.reserve(std::min(positions.size(), limit == 0 ? std::size_t{256} : limit));
+                for (const std::uint32_t position : positions) {
+                    if (limit != 0 && found.size() == limit) break;
+                    if (position < songs.size()) found.push_back(songs[position]);
+                }
+                *path = "word cache";
+                return found;
+            }
+        }
+    }
+    return searchSongs(songs, normalized, limit);
+}
+
+// The result line, then one line per issue: id, media path, label, separated
+// by tabs. Exit status 0 when every song is in order, 1 otherwise.
+int runPreflight(const std::vector<Song>& songs) {
+    if (songs.empty()) {
+        std::cout << kPreflightNoSongsText << '\n';
+        return 0;
+    }
+    const PreflightResult result = runMediaPreflight(songs, {});
+    std::cout << preflightResultText(result) << '\n';
+    std::vector<const Song*> byId;
+    for (const Song& song : songs) {
+        if (song.id <= 0) continue;
+        const auto index = static_cast<std::size_t>(song.id);
+        if (byId.size() <= index) byId.resize(index + 1, nullptr);
+        byId[index] = &song;
+    }
+    for (const PreflightIssue& issue : result.issues) {
+        const auto index = static_cast<std::size_t>(issue.songId);
+        const Song* song = issue.songId > 0 && index < byId.size() ? byId[index] : nullptr;
+        std::cout << issue.songId << '\t' << (song != nullptr ? song->path : std::string()) << '\t'
+                  << preflightIssueLabel(issue.kind) << '\n';
+    }
+    return result.issues.empty() ? 0 : 1;
+}
+
 int run(const Options& options) {
     if (options.command == "make-tree") {
         const auto started = std::chrono::steady_clock::now();
@@ -115,9 +182,12 @@ int run(const Options& options) {
                   << " s\n";
         return 0;
     }
-    for (const Song& song : searchSongs(loaded.songs, options.query, options.limit)) {
+    if (options.command == "preflight") return runPreflight(loaded.songs);
+    const char* path = "";
+    for (const Song& song : searchLibrary(loaded.songs, options.query, options.limit, !options.noWordCache, &path)) {
         std::cout << song.id << '\t' << song.artist << '\t' << song.title << '\t' << songFileName(song.path) << '\n';
     }
+    if (::isatty(STDERR_FILENO) != 0) std::cerr << "searched by " << path << '\n';
     return 0;
 }
 
@@ -138,6 +208,8 @@ int main(int argc, char** argv) {
             ++i;
         } else if (arg == "--no-cache") {
             options.noCache = true;
+        } else if (arg == "--no-word-cache") {
+            options.noWordCache = true;
         } else if (arg == "--mode") {
             const std::string mode = value != nullptr ? value : "";
             if (mode == "trust") {
@@ -165,13 +237,15 @@ int main(int argc, char** argv) {
     }
     if (positional.empty()) return usageError("no command given");
     options.command = positional[0];
-    if (options.command != "index" && options.command != "search" && options.command != "make-tree") {
+    if (options.command != "index" && options.command != "search" && options.command != "make-tree" &&
+        options.command != "preflight") {
         return usageError("unknown command " + options.command);
     }
     if (positional.size() < 2) return usageError("no folder given");
     options.folder = positional[1];
     if (options.cache && options.noCache) return usageError("--cache and --no-cache exclude each other");
     if (options.command == "index" && positional.size() != 2) return usageError("index takes one folder");
+    if (options.command == "preflight" && positional.size() != 2) return usageError("preflight takes one folder");
     if (options.command == "make-tree" && (positional.size() != 2 || options.songs == 0)) {
         return usageError("make-tree takes one folder and --songs N");
     }

@@ -59,25 +59,29 @@ void appendJsonSong(std::string& out, const Song& song) {
     out.push_back('}');
 }
 
-void appendJsonEntry(std::string& out, const QueueEntry& entry) {
+namespace {
+
+// The fields that queue entries and history entries share, up to the song.
+void appendEntryFields(std::string& out, std::int32_t id, std::int32_t singerId, std::string_view singer) {
     out += "{\"id\":";
-    out += std::to_string(entry.id);
+    out += std::to_string(id);
     out += ",\"singerId\":";
-    out += std::to_string(entry.singerId);
+    out += std::to_string(singerId);
     out += ",\"singer\":";
-    appendJsonString(out, entry.singer);
+    appendJsonString(out, singer);
+}
+
+}  // namespace
+
+void appendJsonEntry(std::string& out, const QueueEntry& entry) {
+    appendEntryFields(out, entry.id, entry.singerId, entry.singer);
     out += ",\"song\":";
     appendJsonSong(out, entry.song);
     out.push_back('}');
 }
 
 void appendJsonHistoryEntry(std::string& out, const HistoryEntry& entry) {
-    out += "{\"id\":";
-    out += std::to_string(entry.id);
-    out += ",\"singerId\":";
-    out += std::to_string(entry.singerId);
-    out += ",\"singer\":";
-    appendJsonString(out, entry.singer);
+    appendEntryFields(out, entry.id, entry.singerId, entry.singer);
     out += ",\"playedAt\":";
     appendJsonFloat(out, entry.playedAt);
     out += ",\"song\":";

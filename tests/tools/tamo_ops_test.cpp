@@ -1,7 +1,6 @@
 #include "temp_dir.h"
+#include "tool_run.h"
 
-#include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <sstream>
@@ -15,15 +14,10 @@ namespace {
 std::vector<std::string> runOps(const std::string& input) {
     TempDir dir;
     const auto in = dir.write("in.txt", input);
-    const std::string command = std::string(TAMO_BIN_DIR) + "/tamo-ops < '" + in.string() + "'";
-    FILE* pipe = popen(command.c_str(), "r");
-    EXPECT_NE(pipe, nullptr);
-    std::string output;
-    char buffer[65536];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, n);
-    EXPECT_EQ(pclose(pipe), 0);
+    const ToolRun run = runCommand(std::string(TAMO_BIN_DIR) + "/tamo-ops < " + shellQuote(in.string()));
+    EXPECT_EQ(run.status, 0);
     std::vector<std::string> lines;
-    std::istringstream stream(output);
+    std::istringstream stream(run.out);
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
 }

@@ -124,7 +124,9 @@ std::vector<Song> scanMediaFolder(const fs::path& root) {
         for (std::string& subdirectory : subdirectories) pending.emplace_back(std::move(subdirectory), depth + 1);
     }
 
-    std::sort(media.begin(), media.end());
+    // Identities follow path order here; the index scan numbers by bytes.
+    std::sort(media.begin(), media.end(),
+              [](const std::string& a, const std::string& b) { return pathOrderLess(a, b); });
     std::vector<Song> songs;
     songs.reserve(media.size());
     std::int32_t id = 0;

@@ -1,5 +1,6 @@
 #include "media_tree.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -119,6 +120,18 @@ std::string canonicalPathOf(int fd) {
 std::string joinPrefix(const std::string& root) {
     if (!root.empty() && root.back() == '/') return root;
     return root + '/';
+}
+
+bool pathOrderLess(std::string_view a, std::string_view b) {
+    const std::size_t common = std::min(a.size(), b.size());
+    for (std::size_t i = 0; i < common; ++i) {
+        if (a[i] == b[i]) continue;
+        // An element that ends first is the smaller one.
+        if (a[i] == '/') return true;
+        if (b[i] == '/') return false;
+        return static_cast<unsigned char>(a[i]) < static_cast<unsigned char>(b[i]);
+    }
+    return a.size() < b.size();
 }
 
 bool liesBelow(std::string_view path, std::string_view prefix) {

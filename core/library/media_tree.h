@@ -58,6 +58,10 @@ std::string canonicalPathOf(int fd);
 
 // "root/" for joining names (just "/" for the file system root).
 std::string joinPrefix(const std::string& root);
+// std::filesystem::path ordering on "/"-separated text: element by element,
+// so "a/x" comes before "a b/x" although a blank is a smaller byte than "/".
+bool pathOrderLess(std::string_view a, std::string_view b);
+
 // Whether path lies strictly below root: it starts with prefix, has a
 // non-empty rest, and no element of the rest is "..".
 bool liesBelow(std::string_view path, std::string_view prefix);

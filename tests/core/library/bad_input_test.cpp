@@ -140,5 +140,16 @@ TEST(PlainScan, ResolvesTheRootAndRefusesWhatIsNoFolder) {
     EXPECT_TRUE(scanMediaFolder(dir.write("empty/readme.txt").parent_path()).empty());
 }
 
+TEST(PlainScan, NumbersSongsInPathOrderWhileTheIndexScanUsesBytes) {
+    test::TempDir dir;
+    for (const char* name : {"a b/x.mp4", "a-b/z.mp4", "a/y.mp4"}) dir.write(name);
+    const std::string root = test::canonicalText(dir.path());
+    // Path order compares element by element: "a" ends before "a b".
+    EXPECT_EQ(test::songPaths(scanMediaFolder(root)),
+              (std::vector<std::string>{root + "/a/y.mp4", root + "/a b/x.mp4", root + "/a-b/z.mp4"}));
+    EXPECT_EQ(test::songPaths(buildMediaIndex(root, {}, true).songs),
+              (std::vector<std::string>{root + "/a b/x.mp4", root + "/a-b/z.mp4", root + "/a/y.mp4"}));
+}
+
 }  // namespace
 }  // namespace tamo::core

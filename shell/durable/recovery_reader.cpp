@@ -84,30 +84,6 @@ bool readText(const Json& object, const char* key, std::size_t maxBytes, bool re
 
 bool isAbsolute(std::string_view path) { return !path.empty() && path.front() == '/'; }
 
-// A newer writer may change anything after the version, syntax included, so
-// a text the parser refuses still answers "newer" when it plainly starts
-// with a version above ours.
-bool startsWithNewerVersion(std::string_view text) {
-    std::size_t i = 0;
-    if (text.substr(0, 3) == "\xEF\xBB\xBF") i = 3;
-    const auto skipBlanks = [&] {
-        while (i < text.size() && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r')) ++i;
-    };
-    const auto expect = [&](std::string_view token) {
-        skipBlanks();
-        if (text.substr(i, token.size()) != token) return false;
-        i += token.size();
-        return true;
-    };
-    if (!expect("{") || !expect("\"version\"") || !expect(":")) return false;
-    skipBlanks();
-    std::size_t end = i;
-    while (end < text.size() && text[end] >= '0' && text[end] <= '9') ++end;
-    if (end == i || end - i > 9) return end - i > 9;
-    if (end < text.size() && (text[end] == '.' || text[end] == 'e' || text[end] == 'E')) return false;
-    return std::stoll(std::string(text.substr(i, end - i))) > kRecoveryFormatVersion;
-}
-
 class RecoveryFileReader {
 public:
     RecoveryFileReader(const RecoveryReadOptions& options, RecoveryReadDetails& details)
@@ -395,7 +371,9 @@ RecoveryReadStatus RecoveryFileReader::read(const fs::path& path, core::EventCor
 
     Json root = Json::value_t::discarded;
     if (jsonNestingWithin(*text, kMaxJsonNesting)) root = Json::parse(*text, nullptr, false);
-    if (root.is_discarded()) return startsWithNewerVersion(*text) ? RecoveryReadStatus::Newer : damaged;
+    // Only a file that parses can say it is newer; text that doesn't is
+    // damaged whatever it starts with, so the backup gets its turn.
+    if (root.is_discarded()) return damaged;
 
     const RecoveryReadStatus checked = validate(root);
     if (checked != RecoveryReadStatus::Complete) return checked;

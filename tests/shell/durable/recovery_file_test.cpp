@@ -275,9 +275,9 @@ TEST_F(RecoveryFileTest, EveryRuleOfTheFormatDecidesTheStatus) {
         }
     }
 
-    // A newer file that our parser can't even read stays "newer".
+    // Text that doesn't parse is damaged, whatever version it starts with.
     std::ofstream(core::recoveryFilePath(), std::ios::trunc) << "{\"version\": 7, \"next\": [1,2,,]";
-    EXPECT_EQ(read(), RecoveryReadStatus::Newer);
+    EXPECT_EQ(read(), RecoveryReadStatus::Damaged);
 }
 
 TEST_F(RecoveryFileTest, OnlyTheCurrentVersionMayStoreAnEmptyEvent) {

@@ -122,7 +122,8 @@ TEST_F(RecoveryLifecycleTest, SavesReportTheirOutcomeAndBlockedSavesTouchNothing
 
 TEST_F(RecoveryLifecycleTest, DamagedPrimaryIsKeptAsideAndRepairedFromTheBackup) {
     writeGood(core::recoveryBackupPath(), 2);
-    std::ofstream(core::recoveryFilePath()) << "{\"version\":4,\"mediaFolder\":";
+    // Cut short in the middle of a save by a newer program: still damaged.
+    std::ofstream(core::recoveryFilePath()) << "{\"version\":5,\"mediaFolder\":";
     auto lifecycle = makeLifecycle();
     core::EventCore event;
     std::string mediaFolder;
@@ -139,7 +140,7 @@ TEST_F(RecoveryLifecycleTest, DamagedPrimaryIsKeptAsideAndRepairedFromTheBackup)
     const auto corrupt = filesNamed("event-recovery.corrupt-");
     ASSERT_EQ(corrupt.size(), 1u);
     EXPECT_EQ(corrupt[0].filename(), "event-recovery.corrupt-" + std::to_string(clock.ticks) + ".json");
-    EXPECT_EQ(readWhole(corrupt[0]), "{\"version\":4,\"mediaFolder\":");
+    EXPECT_EQ(readWhole(corrupt[0]), "{\"version\":5,\"mediaFolder\":");
     EXPECT_EQ(readWhole(core::recoveryFilePath()), readWhole(core::recoveryBackupPath()));
 }
 

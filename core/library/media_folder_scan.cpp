@@ -47,7 +47,7 @@ std::vector<Song> scanMediaFolder(const fs::path& root) {
     if (const int error = statEntry(AT_FDCWD, canonical.c_str(), 0, rootStat); error != 0) {
         throwScanError(kResolveText, root, error);
     }
-    if (!isDirectory(rootStat)) throwScanError(kNotDirectoryText, root, ENOTDIR);
+    if (!isDirectory(rootStat)) throwScanError(kNotDirectoryText, root, std::errc::io_error);
     const MountIdentity mount = mountIdentityOf(rootStat);
     const MountedFiles mountedFiles(canonical);
 

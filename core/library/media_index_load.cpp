@@ -37,7 +37,7 @@ MediaIndexLoad loadMediaIndex(const fs::path& root, const fs::path& cachePath, M
     const fs::path canonical(canonicalText);
     std::error_code ec;
     if (!fs::is_directory(canonical, ec)) {
-        throwScanError("Media folder is not a directory", root, ec ? ec.value() : ENOTDIR);
+        throwScanError("Media folder is not a directory", root, ec ? ec.value() : EIO);
     }
 
     std::vector<DirectoryStamp> stamps;

@@ -60,14 +60,17 @@ std::string walkRoot(const fs::path& root) {
     return text;
 }
 
+// The root meets the same guard as every folder below it, and before its
+// canonical form is asked for: a missing root is unsafe, not unresolvable.
 Tree openTree(const fs::path& root) {
     std::string walk = walkRoot(root);
-    std::string canonical = canonicalPath(walk);
-    if (canonical.empty()) throwScanError(kResolveSubfolderText, root, errno);
     struct statx st {};
-    if (const int error = statEntry(AT_FDCWD, canonical.c_str(), 0, st); error != 0) {
-        throwScanError(kUnsafeText, root, error);
+    if (const int error = statEntry(AT_FDCWD, walk.c_str(), 0, st); error != 0) {
+        throwScanError(kUnsafeText, walk, error);
     }
+    if (!isDirectory(st)) throwScanError(kUnsafeText, walk, std::errc::io_error);
+    std::string canonical = canonicalPath(walk);
+    if (canonical.empty()) throwScanError(kResolveSubfolderText, walk, errno);
     std::string prefix = joinPrefix(walk);
     std::string canonicalPrefix = joinPrefix(canonical);
     MountedFiles mounted(canonical);
@@ -129,8 +132,10 @@ enum class Listing {
 // Before each directory is read: it must still be a plain directory on the
 // tree's mount and resolve to the root or below it. Returns a descriptor of
 // exactly the directory that was checked, so the listing reads that one.
+// A link is opened as itself, so that it fails as what it is (no system
+// error) rather than with the error of following it.
 UniqueFd guardDirectory(const Tree& tree, const std::string& path) {
-    UniqueFd handle(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd handle(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!handle.valid()) throwScanError(kUnsafeText, path, errno);
     struct statx st {};
     if (const int error = statEntry(handle.get(), "", 0, st); error != 0) throwScanError(kUnsafeText, path, error);
@@ -166,18 +171,19 @@ int inspectPlainFile(const Tree& tree, const std::string& path) {
 ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counters& counters, Listing listing) {
     UniqueFd handle = guardDirectory(tree, path);
 
+    // The time comes first: a change made while the listing opens must show.
+    ScannedDirectory scanned;
+    struct statx before {};
+    if (const int error = statEntry(handle.get(), "", STATX_MTIME, before); error != 0) {
+        throwScanError(kTimestampText, path, error);
+    }
+    scanned.timestamp = lastWriteTicks(before);
+
     const int raw = ::openat(handle.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (raw < 0) throwScanError(kOpenText, path, errno);
     DirectoryStream stream;
     if (const int error = stream.open(raw); error != 0) throwScanError(kOpenText, path, error);
     handle.reset();
-
-    ScannedDirectory scanned;
-    struct statx before {};
-    if (const int error = statEntry(stream.fd(), "", STATX_MTIME, before); error != 0) {
-        throwScanError(kTimestampText, path, error);
-    }
-    scanned.timestamp = lastWriteTicks(before);
 
     const std::string prefix = joinPrefix(path);
     int error = 0;

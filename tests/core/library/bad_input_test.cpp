@@ -137,6 +137,7 @@ TEST(PlainScan, ResolvesTheRootAndRefusesWhatIsNoFolder) {
     EXPECT_EQ(missing.code, std::make_error_code(std::errc::no_such_file_or_directory));
     const auto file = scanFailure([&] { scanMediaFolder(dir / "music" / "Artist - Song.mp3"); });
     EXPECT_EQ(file.text, "Media folder is not a directory");
+    EXPECT_EQ(file.code, std::make_error_code(std::errc::io_error));
     EXPECT_TRUE(scanMediaFolder(dir.write("empty/readme.txt").parent_path()).empty());
 }
 

@@ -72,6 +72,7 @@ TEST(MediaIndexLoad, RefusesARootThatIsNoFolder) {
     const auto notFolder = scanFailure([&] { loadMediaIndex(file, dir / "c.tsv", MediaIndexMode::VerifyCache, {}); });
     EXPECT_EQ(notFolder.text, "Media folder is not a directory");
     EXPECT_EQ(notFolder.path, file.string());
+    EXPECT_EQ(notFolder.code, std::make_error_code(std::errc::io_error));
     EXPECT_FALSE(fs::exists(dir / "c.tsv"));
 }
 

@@ -211,7 +211,7 @@ TEST(IndexScan, RefusesADirectoryThatLeavesTheTree) {
         };
     };
     expectFailure(scanFailure([&] { buildMediaIndex(root, swapAfter(1), false); }),
-                  "Media folder changed or became unsafe during scan", std::errc::not_a_directory);
+                  "Media folder changed or became unsafe during scan", std::errc::io_error);
 
     // Swapped after "a" was listed: "a/b" now resolves outside the root.
     fs::remove(root / "a");
@@ -219,6 +219,15 @@ TEST(IndexScan, RefusesADirectoryThatLeavesTheTree) {
     reads = 0;
     expectFailure(scanFailure([&] { buildMediaIndex(root, swapAfter(2), false); }),
                   "Media subfolder escaped its root", std::errc::invalid_argument);
+
+    // The root itself meets the same guard.
+    fs::create_directory_symlink(root, dir / "shortcut");
+    expectFailure(scanFailure([&] { buildMediaIndex(dir / "absent", {}, true); }),
+                  "Media folder changed or became unsafe during scan", std::errc::no_such_file_or_directory);
+    expectFailure(scanFailure([&] { scanStable(dir / "shortcut", {}, true); }),
+                  "Media folder changed or became unsafe during scan", std::errc::io_error);
+    expectFailure(scanFailure([&] { buildMediaIndex(dir / "outside" / "b" / "y.mp3", {}, true); }),
+                  "Media folder changed or became unsafe during scan", std::errc::io_error);
 }
 
 TEST(WorkerCount, ReadsTheEnvironmentStrictly) {

@@ -1,6 +1,5 @@
 #include "media_preflight.h"
 
-#include "file_kind.h"
 #include "karaoke_graphics.h"
 #include "parallel_slices.h"
 #include "text.h"
@@ -17,12 +16,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A name's status can change between the look and the open, so the
-// descriptor is checked again and a link is never followed. Nothing is read,
-// so unlike the durable-file open this one leaves O_NONBLOCK alone: two
-// system calls fewer per file on a library of hundreds of thousands.
+// A song plays through a link as through the file itself, so links are
+// followed here, unlike for the durable files. The descriptor is checked
+// again because the name can change between the look and the open. Nothing
+// is read, so O_NONBLOCK only keeps a FIFO from stalling the open.
+bool isRegularFile(const fs::path& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool opensAsRegularFile(const fs::path& path) {
-    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!fd.valid()) return false;
     struct stat status {};
     return ::fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode);
@@ -43,14 +47,14 @@ std::string_view preflightIssueLabel(PreflightIssueKind kind) {
 
 PreflightIssueKind checkSongMedia(const Song& song) {
     const fs::path media(song.path);
-    if (getFileKind(media) != FileKind::RegularFile) return PreflightIssueKind::MissingMedia;
+    if (!isRegularFile(media)) return PreflightIssueKind::MissingMedia;
     if (!opensAsRegularFile(media)) return PreflightIssueKind::UnreadableMedia;
     if (asciiLower(song.format) != "mp3") return PreflightIssueKind::None;
 
     const std::string graphics = resolveSongGraphics(song);
     if (graphics.empty()) return PreflightIssueKind::MissingCdg;
     const fs::path graphicsPath(graphics);
-    if (getFileKind(graphicsPath) != FileKind::RegularFile || !opensAsRegularFile(graphicsPath)) {
+    if (!isRegularFile(graphicsPath) || !opensAsRegularFile(graphicsPath)) {
         return PreflightIssueKind::UnreadableCdg;
     }
     return PreflightIssueKind::None;

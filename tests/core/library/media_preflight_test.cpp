@@ -37,6 +37,9 @@ TEST(MediaPreflight, ChecksMediaAndAudioGraphicsOnRealFiles) {
     fs::create_directory(dir / "boxed.cdg");
     fs::create_directory(dir / "folder.mp3");
     fs::create_symlink(ok, dir / "link.mp3");
+    const auto linkedAudio = dir.write("linked.mp3");
+    fs::create_symlink(okGraphics, dir / "linked.cdg");
+    fs::create_symlink(dir / "nowhere.mp4", dir / "dangling.mp4");
 
     struct Case {
         Song song;
@@ -52,8 +55,11 @@ TEST(MediaPreflight, ChecksMediaAndAudioGraphicsOnRealFiles) {
         {song(7, boxed, "mp3", dir / "boxed.cdg"), PreflightIssueKind::MissingCdg},
         {song(8, dir / "gone.mp3", "mp3", okGraphics), PreflightIssueKind::MissingMedia},
         {song(9, dir / "folder.mp3", "mp3"), PreflightIssueKind::MissingMedia},
-        {song(10, dir / "link.mp3", "mp3", okGraphics), PreflightIssueKind::MissingMedia},
+        {song(10, dir / "link.mp3", "mp3", okGraphics), PreflightIssueKind::None},
         {song(11, "", "mp3"), PreflightIssueKind::MissingMedia},
+        {song(12, linkedAudio, "mp3", dir / "linked.cdg"), PreflightIssueKind::None},
+        {song(13, linkedAudio, "mp3"), PreflightIssueKind::None},
+        {song(14, dir / "dangling.mp4", "mp4"), PreflightIssueKind::MissingMedia},
     };
     std::vector<Song> songs;
     std::vector<PreflightIssue> expectedIssues;
@@ -67,7 +73,7 @@ TEST(MediaPreflight, ChecksMediaAndAudioGraphicsOnRealFiles) {
     EXPECT_EQ(result.checkedCount, songs.size());
     EXPECT_EQ(result.issues, expectedIssues);
     EXPECT_FALSE(result.truncated);
-    EXPECT_EQ(preflightResultText(result), "Preflight found 7 issues across 11 songs");
+    EXPECT_EQ(preflightResultText(result), "Preflight found 7 issues across 14 songs");
     EXPECT_EQ(preflightIssueLabel(result.issues.front().kind), "Missing CDG");
     EXPECT_EQ(preflightIssueLabel(PreflightIssueKind::MissingMedia), "Missing media");
 }

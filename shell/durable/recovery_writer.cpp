@@ -147,26 +147,27 @@ std::int64_t elapsedNs(std::chrono::steady_clock::time_point since) {
 
 std::uint64_t estimateRecoveryJsonSize(const RecoveryEventView& event, std::string_view mediaFolder,
                                        const core::SingerStates& singerStates) {
+    // Each string the event hands in counts once; the fixed amount per record
+    // stands for its keys, numbers and stamps. Only the real text is held to
+    // the limit exactly, so the estimate must not refuse what would fit.
     std::uint64_t total = kBaseEstimate + estimateText(mediaFolder);
     const auto over = [&] { return total > kMaxRecoveryFileBytes; };
     if (over()) return total;
     for (const core::Singer& singer : event.singers) {
         total += kSingerEstimate + estimateText(singer.name);
-        if (const auto it = singerStates.find(singer.id); it != singerStates.end()) {
-            total += kSingerEstimate + estimateText(it->second);
-        }
+        if (const auto it = singerStates.find(singer.id); it != singerStates.end()) total += estimateText(it->second);
         if (over()) return total;
     }
     for (const QueueEntry& entry : event.queue) {
-        total += kEntryEstimate + estimateText(entry.singer) + 2 * estimateSong(entry.song);
+        total += kEntryEstimate + estimateText(entry.singer) + estimateSong(entry.song);
         if (over()) return total;
     }
     if (event.current != nullptr) {
-        total += kEntryEstimate + estimateText(event.current->singer) + 2 * estimateSong(event.current->song);
+        total += kEntryEstimate + estimateText(event.current->singer) + estimateSong(event.current->song);
         if (over()) return total;
     }
     for (const HistoryEntry& entry : event.history) {
-        total += kHistoryEstimate + estimateText(entry.singer) + 2 * estimateSong(entry.song);
+        total += kHistoryEstimate + estimateText(entry.singer) + estimateSong(entry.song);
         if (over()) return total;
     }
     return total;

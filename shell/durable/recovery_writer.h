@@ -11,9 +11,10 @@
 
 namespace tamo::shell {
 
-// Whether the JSON of this event can fit the file limit, by a cheap upper
-// estimate that stops counting as soon as it passes 33554432 bytes, so an
-// oversized event is refused before any text is built.
+// Whether the JSON of this event can fit the file limit, by a cheap estimate
+// that stops counting as soon as it passes 33554432 bytes, so an oversized
+// event is refused before any text is built. The text itself is measured
+// again once it is built.
 bool RecoveryJsonSizeEstimate(const RecoveryEventView& event, std::string_view mediaFolder,
                               const core::SingerStates& singerStates);
 // The estimate itself, or a value above the limit once it passes it.

@@ -144,6 +144,15 @@ TEST_F(RecoveryFileTest, WriterRefusesWhatCouldNotBeReadOrStored) {
     EXPECT_FALSE(shell::WriteEventRecovery(shell::RecoveryEventView::of(huge), media.string(), 0, states));
     EXPECT_FALSE(fs::exists(core::recoveryFilePath()));
     EXPECT_TRUE(shell::RecoveryJsonSizeEstimate(shell::RecoveryEventView::of(core), media.string(), states));
+    // A large event whose text fits is not refused by the estimate.
+    core::EventSnapshot large = core.snapshot();
+    for (std::int32_t i = 0; i < 650; ++i) {
+        large.history.push_back({100 + i, 0, {0, "/m/" + std::to_string(i), std::string(32000, 't'), "", "mp3", ""},
+                                 "Ann", 1.0});
+    }
+    const auto text = shell::serialiseEventRecovery(shell::RecoveryEventView::of(large), media.string(), 0, states);
+    ASSERT_TRUE(text.has_value());
+    EXPECT_GT(text->size(), 33554432u / 2);
 
     // Playing with nobody on stage is saved as stopped, so it reads back.
     core.clearCurrent();

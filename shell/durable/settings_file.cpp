@@ -133,7 +133,13 @@ bool saveSettingsFile(const fs::path& path, const SettingsSnapshot& settings) {
         appearance["theme"] = settings.theme;
         appearance["accent"] = settings.accent;
         appearance["skinPreset"] = settings.skinPreset;
+        // The colours are the snapshot's set, so one the operator no longer
+        // has does not come back on the next load; other keys stay.
         JsonDocument& skin = objectFor(appearance, "skin");
+        for (auto it = skin.begin(); it != skin.end();) {
+            if (isSkinColourKey(it.key()) && settings.skin.count(it.key()) == 0) it = skin.erase(it);
+            else ++it;
+        }
         for (const auto& [key, colour] : settings.skin) skin[key] = colour;
         JsonDocument& playback = objectFor(root, "playback");
         playback["doubleClickRequiredForPlayStop"] = settings.doubleClickRequiredForPlayStop;

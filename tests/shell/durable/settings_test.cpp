@@ -124,6 +124,7 @@ TEST_F(SettingsTest, SavingKeepsUnknownKeysAndTheDurableStrings) {
     write({{"version", 1},
            {"diagnostics", {{"crashDumps", true}}},
            {"application", {{"fontSize", 13}, {"futureOption", "keep me"}}},
+           {"appearance", {{"skin", {{"canvas", "#000000"}, {"glow", "#111111"}}}}},
            {"durableStrings", {{"lastExport", "/tmp/x"}, {"count", 4}}},
            {"remote", 5}});
     SettingsSnapshot settings;
@@ -138,6 +139,7 @@ TEST_F(SettingsTest, SavingKeepsUnknownKeysAndTheDurableStrings) {
     EXPECT_EQ(json.begin().key(), "version");
     EXPECT_EQ(json["diagnostics"]["crashDumps"], true);
     EXPECT_EQ(json["application"]["futureOption"], "keep me");
+    EXPECT_EQ(json["appearance"]["skin"], (Json{{"glow", "#111111"}, {"accent", "#FF00AA"}}));
     EXPECT_EQ(json["durableStrings"]["lastExport"], "/tmp/x");
     EXPECT_EQ(json["remote"]["port"], 9000);
     EXPECT_EQ(json["playback"]["musicVolume"].get<double>(), 0.1 + 0.2);

@@ -10,14 +10,17 @@ namespace fs = std::filesystem;
 using test::ScopedEnv;
 
 TEST(FixedPaths, HangOnTheDataRoot) {
+    const auto all = [] {
+        return std::vector<fs::path>{recoveryFilePath(), recoveryBackupPath(), appearanceSettingsPath(),
+                                     MediaIndexCachePath(), recoveryArchivesPath()};
+    };
     {
         ScopedEnv xdg("XDG_DATA_HOME", "/xdg/data");
         ScopedEnv home("HOME", "/home/host");
-        EXPECT_EQ(recoveryFilePath(), "/xdg/data/Quillon/Tamo/event-recovery.json");
-        EXPECT_EQ(recoveryBackupPath(), "/xdg/data/Quillon/Tamo/event-recovery.json.bak");
-        EXPECT_EQ(appearanceSettingsPath(), "/xdg/data/Quillon/Tamo/appearance-settings.json");
-        EXPECT_EQ(MediaIndexCachePath(), "/xdg/data/Quillon/Tamo/media-index-cache.tsv");
-        EXPECT_EQ(recoveryArchivesPath(), "/xdg/data/Quillon/Tamo/recovery-archives");
+        const std::string root = "/xdg/data/Quillon/Tamo/";
+        EXPECT_EQ(all(), (std::vector<fs::path>{root + "event-recovery.json", root + "event-recovery.json.bak",
+                                                root + "appearance-settings.json", root + "media-index-cache.tsv",
+                                                root + "recovery-archives"}));
     }
     for (const char* unusable : {"", "relative/data"}) {
         ScopedEnv xdg("XDG_DATA_HOME", unusable);
@@ -27,10 +30,7 @@ TEST(FixedPaths, HangOnTheDataRoot) {
     ScopedEnv xdg("XDG_DATA_HOME", nullptr);
     ScopedEnv home("HOME", "");
     EXPECT_EQ(dataRootPath(), fs::path());
-    EXPECT_EQ(recoveryFilePath(), fs::path());
-    EXPECT_EQ(recoveryBackupPath(), fs::path());
-    EXPECT_EQ(appearanceSettingsPath(), fs::path());
-    EXPECT_EQ(MediaIndexCachePath(), fs::path());
+    EXPECT_EQ(all(), std::vector<fs::path>(5));
 }
 
 TEST(FixedPaths, SettingsFileFollowsTheSourceTreeOfTheProgram) {
@@ -38,7 +38,6 @@ TEST(FixedPaths, SettingsFileFollowsTheSourceTreeOfTheProgram) {
     const fs::path tree = dir / "checkout";
     dir.write("checkout/CMakeLists.txt", "project(x)");
     fs::create_directories(tree / "core");
-    fs::create_directories(tree / "build" / "bin");
     const fs::path program = dir.write("checkout/build/bin/tamo");
 
     ScopedEnv xdg("XDG_DATA_HOME", nullptr);
@@ -50,6 +49,7 @@ TEST(FixedPaths, SettingsFileFollowsTheSourceTreeOfTheProgram) {
         EXPECT_EQ(settingsFilePathFor(program), tree / "tamo.json");
         EXPECT_EQ(settingsFilePathFor(tree / "tamo"), tree / "tamo.json");
     }
+    // No markers and no data root: no settings file at all.
     ScopedEnv home("HOME", nullptr);
     fs::remove(tree / "CMakeLists.txt");
     fs::create_directory(tree / "CMakeLists.txt");

@@ -4,11 +4,14 @@
 #include "media_index.h"
 #include "temp_dir.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <ostream>
-#include <system_error>
 #include <string>
+#include <string_view>
 #include <sys/mount.h>
+#include <system_error>
 #include <vector>
 
 namespace tamo::core {
@@ -44,6 +47,14 @@ ScanFailure scanFailure(Call&& call) {
     return {};
 }
 
+// Whether call throws a scan failure with exactly this text and code.
+template <typename Call>
+::testing::AssertionResult failsWith(Call&& call, std::string_view text, std::errc code) {
+    const ScanFailure failure = scanFailure(call);
+    if (failure.text == text && failure.code == std::make_error_code(code)) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "threw \"" << failure.text << "\" (" << failure.code.message() << ")";
+}
+
 inline std::string canonicalText(const std::filesystem::path& path) {
     return std::filesystem::canonical(path).string();
 }
@@ -52,6 +63,18 @@ inline std::vector<std::string> songPaths(const std::vector<core::Song>& songs) 
     std::vector<std::string> paths;
     for (const auto& song : songs) paths.push_back(song.path);
     return paths;
+}
+
+// Songs with only a path, numbered from 1.
+inline std::vector<core::Song> songsAt(const std::vector<std::string>& paths) {
+    std::vector<core::Song> songs;
+    for (const std::string& path : paths) {
+        core::Song song;
+        song.id = static_cast<std::int32_t>(songs.size() + 1);
+        song.path = path;
+        songs.push_back(std::move(song));
+    }
+    return songs;
 }
 
 // A mount for one scope: undone (lazily, so a busy one can't stay) when the
@@ -83,10 +106,7 @@ struct ProgressLog {
         return [this](std::uint64_t done, std::uint64_t total) { calls.emplace_back(done, total); };
     }
     bool saw(std::uint64_t done, std::uint64_t total) const {
-        for (const auto& call : calls) {
-            if (call.first == done && call.second == total) return true;
-        }
-        return false;
+        return std::find(calls.begin(), calls.end(), std::pair{done, total}) != calls.end();
     }
 };
 

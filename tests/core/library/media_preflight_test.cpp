@@ -1,105 +1,84 @@
 #include "media_preflight.h"
-#include "temp_dir.h"
 #include "scoped_env.h"
+#include "temp_dir.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <filesystem>
-#include <string>
+#include <gtest/gtest.h>
 #include <unistd.h>
-#include <vector>
 
 namespace tamo::core {
 namespace {
 namespace fs = std::filesystem;
+using Kind = PreflightIssueKind;
 
 Song song(std::int32_t id, const fs::path& media, std::string format, const fs::path& graphics = {}) {
-    Song made;
-    made.id = id;
-    made.path = media.string();
-    made.title = media.stem().string();
-    made.format = std::move(format);
-    made.cdgPath = graphics.string();
-    return made;
+    return Song{id, media.string(), media.stem().string(), "", std::move(format), graphics.string()};
 }
 
 TEST(MediaPreflight, ChecksMediaAndAudioGraphicsOnRealFiles) {
     test::TempDir dir;
-    const auto ok = dir.write("ok.mp3", "id3");
-    const auto okGraphics = dir.write("ok.cdg");
-    const auto video = dir.write("clip.mp4");
-    const auto bare = dir.write("bare.mp3");
-    const auto stale = dir.write("stale.mp3");
-    dir.write("stale.CDG");
-    const auto shouting = dir.write("SHOUT.MP3");
-    const auto boxed = dir.write("boxed.mp3");
+    for (const char* name : {"ok.mp3", "ok.cdg", "clip.mp4", "bare.mp3", "stale.mp3", "stale.CDG", "SHOUT.MP3",
+                             "boxed.mp3", "linked.mp3"}) {
+        dir.write(name, "x");
+    }
     fs::create_directory(dir / "boxed.cdg");
     fs::create_directory(dir / "folder.mp3");
-    fs::create_symlink(ok, dir / "link.mp3");
-    const auto linkedAudio = dir.write("linked.mp3");
-    fs::create_symlink(okGraphics, dir / "linked.cdg");
+    // Links are followed, as playback follows them.
+    fs::create_symlink(dir / "ok.mp3", dir / "link.mp3");
+    fs::create_symlink(dir / "ok.cdg", dir / "linked.cdg");
     fs::create_symlink(dir / "nowhere.mp4", dir / "dangling.mp4");
+    const auto at = [&](const char* name) { return dir / name; };
 
-    struct Case {
-        Song song;
-        PreflightIssueKind expected;
-    };
-    const std::vector<Case> cases{
-        {song(1, ok, "mp3", okGraphics), PreflightIssueKind::None},
-        {song(2, ok, "mp3"), PreflightIssueKind::None},
-        {song(3, video, "mp4", dir / "clip.cdg"), PreflightIssueKind::None},
-        {song(4, bare, "mp3"), PreflightIssueKind::MissingCdg},
-        {song(5, stale, "mp3", dir / "old" / "stale.cdg"), PreflightIssueKind::None},
-        {song(6, shouting, "MP3"), PreflightIssueKind::MissingCdg},
-        {song(7, boxed, "mp3", dir / "boxed.cdg"), PreflightIssueKind::MissingCdg},
-        {song(8, dir / "gone.mp3", "mp3", okGraphics), PreflightIssueKind::MissingMedia},
-        {song(9, dir / "folder.mp3", "mp3"), PreflightIssueKind::MissingMedia},
-        {song(10, dir / "link.mp3", "mp3", okGraphics), PreflightIssueKind::None},
-        {song(11, "", "mp3"), PreflightIssueKind::MissingMedia},
-        {song(12, linkedAudio, "mp3", dir / "linked.cdg"), PreflightIssueKind::None},
-        {song(13, linkedAudio, "mp3"), PreflightIssueKind::None},
-        {song(14, dir / "dangling.mp4", "mp4"), PreflightIssueKind::MissingMedia},
+    const std::vector<std::pair<Song, Kind>> cases{
+        {song(1, at("ok.mp3"), "mp3", at("ok.cdg")), Kind::None},
+        {song(2, at("ok.mp3"), "mp3"), Kind::None},
+        {song(3, at("clip.mp4"), "mp4", at("clip.cdg")), Kind::None},  // a video's graphics are never looked at
+        {song(4, at("bare.mp3"), "mp3"), Kind::MissingCdg},
+        {song(5, at("stale.mp3"), "mp3", dir / "old" / "stale.cdg"), Kind::None},
+        {song(6, at("SHOUT.MP3"), "MP3"), Kind::MissingCdg},
+        {song(7, at("boxed.mp3"), "mp3", at("boxed.cdg")), Kind::MissingCdg},
+        {song(8, at("gone.mp3"), "mp3", at("ok.cdg")), Kind::MissingMedia},
+        {song(9, at("folder.mp3"), "mp3"), Kind::MissingMedia},
+        {song(10, at("link.mp3"), "mp3", at("ok.cdg")), Kind::None},
+        {song(11, "", "mp3"), Kind::MissingMedia},
+        {song(12, at("linked.mp3"), "mp3", at("linked.cdg")), Kind::None},
+        {song(13, at("linked.mp3"), "mp3"), Kind::None},
+        {song(14, at("dangling.mp4"), "mp4"), Kind::MissingMedia},
     };
     std::vector<Song> songs;
     std::vector<PreflightIssue> expectedIssues;
-    for (const Case& c : cases) {
-        EXPECT_EQ(checkSongMedia(c.song), c.expected) << c.song.path;
-        songs.push_back(c.song);
-        if (c.expected != PreflightIssueKind::None) expectedIssues.push_back({c.song.id, c.expected});
+    for (const auto& [item, expected] : cases) {
+        EXPECT_EQ(checkSongMedia(item), expected) << item.path;
+        songs.push_back(item);
+        if (expected != Kind::None) expectedIssues.push_back({item.id, expected});
     }
-
     const PreflightResult result = runMediaPreflight(songs, {});
     EXPECT_EQ(result.checkedCount, songs.size());
     EXPECT_EQ(result.issues, expectedIssues);
     EXPECT_FALSE(result.truncated);
     EXPECT_EQ(preflightResultText(result), "Preflight found 7 issues across 14 songs");
-    EXPECT_EQ(preflightIssueLabel(result.issues.front().kind), "Missing CDG");
-    EXPECT_EQ(preflightIssueLabel(PreflightIssueKind::MissingMedia), "Missing media");
+
+    songs.resize(5);
+    EXPECT_EQ(preflightResultText(runMediaPreflight(songs, {})), "Preflight found 1 issue across 5 songs");
+    songs.erase(songs.begin() + 3);
+    EXPECT_EQ(preflightResultText(runMediaPreflight(songs, {})), "Preflight OK · 4 songs checked");
+    EXPECT_EQ(runMediaPreflight({}, {}).checkedCount, 0u);
+    const std::pair<Kind, const char*> labels[] = {{Kind::MissingMedia, "Missing media"},
+                                                   {Kind::UnreadableMedia, "Unreadable media"},
+                                                   {Kind::MissingCdg, "Missing CDG"},
+                                                   {Kind::UnreadableCdg, "Unreadable CDG"}};
+    for (const auto& [kind, label] : labels) EXPECT_EQ(preflightIssueLabel(kind), label);
 }
 
 TEST(MediaPreflight, FilesThatDoNotOpenAreUnreadable) {
     if (::geteuid() == 0) GTEST_SKIP() << "permissions don't stop root from opening files";
     test::TempDir dir;
     const auto locked = dir.write("locked.mp4");
-    const auto audio = dir.write("audio.mp3");
     const auto graphics = dir.write("audio.cdg");
     fs::permissions(locked, fs::perms::none);
     fs::permissions(graphics, fs::perms::none);
-    EXPECT_EQ(checkSongMedia(song(1, locked, "mp4")), PreflightIssueKind::UnreadableMedia);
-    EXPECT_EQ(checkSongMedia(song(2, audio, "mp3", graphics)), PreflightIssueKind::UnreadableCdg);
-    EXPECT_EQ(preflightIssueLabel(PreflightIssueKind::UnreadableCdg), "Unreadable CDG");
-}
-
-TEST(MediaPreflight, ResultTexts) {
-    PreflightResult result;
-    result.checkedCount = 5;
-    EXPECT_EQ(preflightResultText(result), "Preflight OK · 5 songs checked");
-    result.issues.push_back({3, PreflightIssueKind::MissingCdg});
-    EXPECT_EQ(preflightResultText(result), "Preflight found 1 issue across 5 songs");
-    result.truncated = true;
-    EXPECT_EQ(preflightResultText(result), "Preflight found 1 issue across 5 songs · additional issues hidden");
-    EXPECT_EQ(runMediaPreflight({}, {}).checkedCount, 0u);
+    EXPECT_EQ(checkSongMedia(song(1, locked, "mp4")), Kind::UnreadableMedia);
+    EXPECT_EQ(checkSongMedia(song(2, dir.write("audio.mp3"), "mp3", graphics)), Kind::UnreadableCdg);
 }
 
 TEST(MediaPreflight, KeepsTheFirstTenThousandIssuesInLibraryOrder) {
@@ -114,11 +93,9 @@ TEST(MediaPreflight, KeepsTheFirstTenThousandIssuesInLibraryOrder) {
     ASSERT_EQ(result.issues.size(), 10000u);
     EXPECT_TRUE(result.truncated);
     for (std::size_t i = 0; i < result.issues.size(); ++i) {
-        ASSERT_EQ(result.issues[i].songId, static_cast<std::int32_t>(i + 1));
-        ASSERT_EQ(result.issues[i].kind, PreflightIssueKind::MissingMedia);
+        ASSERT_EQ(result.issues[i], (PreflightIssue{static_cast<std::int32_t>(i + 1), Kind::MissingMedia}));
     }
-    EXPECT_EQ(preflightResultText(result),
-              "Preflight found 10000 issues across 10001 songs · additional issues hidden");
+    EXPECT_EQ(preflightResultText(result), "Preflight found 10000 issues across 10001 songs · additional issues hidden");
 
     // Exactly 10000 issues among good songs are all held.
     songs[0].path = present.string();
@@ -134,17 +111,6 @@ TEST(MediaPreflight, KeepsTheFirstTenThousandIssuesInLibraryOrder) {
     result = runMediaPreflight(songs, stop.get_token());
     EXPECT_EQ(result.checkedCount, songs.size());
     EXPECT_TRUE(result.issues.empty());
-}
-
-TEST(MediaPreflight, IgnoresTheWorkerSettingForSmallLibraries) {
-    {
-        const test::ScopedEnv env("TAMO_PREFLIGHT_WORKERS", "4");
-        EXPECT_EQ(preflightWorkerCount(1023), 1u);
-        EXPECT_EQ(preflightWorkerCount(1536), 3u);
-        EXPECT_EQ(preflightWorkerCount(100000), 4u);
-    }
-    const test::ScopedEnv env("TAMO_PREFLIGHT_WORKERS", "32");
-    EXPECT_EQ(preflightWorkerCount(100000), 8u);
 }
 
 }  // namespace

@@ -3,11 +3,6 @@
 #include "recovery_lifecycle.h"
 #include "recovery_messages.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-
 namespace tamo::test {
 namespace {
 
@@ -25,7 +20,10 @@ protected:
     }
 
     shell::RecoveryLifecycle makeLifecycle(shell::RecoveryFileSteps steps = shell::RecoveryFileSteps::standard()) {
-        return shell::RecoveryLifecycle(shell::RecoveryLocations::standard(), clock, timing, status, steps);
+        return shell::RecoveryLifecycle(shell::RecoveryLocations::standard(), clock, rec, rec, std::move(steps));
+    }
+    bool save(shell::RecoveryLifecycle& lifecycle) {
+        return lifecycle.saveRecovery(core, media.string(), position, {});
     }
 
     // A good file at path holding an event with `singers` singers.
@@ -33,199 +31,151 @@ protected:
         core::EventCore event;
         loadLibrary(event);
         for (int i = 0; i < singers; ++i) event.addSinger("Singer " + std::to_string(i));
-        std::int64_t position = 0;
-        shell::RecoveryLifecycle writer(
-            shell::RecoveryLocations{path, path.string() + ".side", dataRoot / "unused"}, clock, timing, status);
-        ASSERT_TRUE(writer.saveRecovery(event, media.string(), position, {}));
-        fs::remove(path.string() + ".side");
-    }
-
-    std::vector<fs::path> filesNamed(const std::string& prefix) const {
-        std::vector<fs::path> found;
-        for (const auto& entry : fs::directory_iterator(dataRoot)) {
-            if (entry.path().filename().string().rfind(prefix, 0) == 0) found.push_back(entry.path());
-        }
-        return found;
-    }
-
-    RecoveryReadStatus load(shell::RecoveryLifecycle& lifecycle) {
-        return lifecycle.loadRecoveryWithBackup(restored, folder, position, states);
+        ASSERT_TRUE(shell::WriteEventRecovery(shell::RecoveryEventView::of(event), media.string(), 0, {},
+                                              {path, path.string() + ".side"}));
     }
 
     FakeClock clock;
-    RecordingTimingSink timing;
-    RecordingStatusSink status;
+    Recorder rec;
     core::EventCore core;
     std::int32_t singer = 0;
-
-    core::EventCore restored;
-    std::string folder;
     std::int64_t position = 0;
+    // What a load hands out.
+    core::EventCore event;
+    std::string folder;
     core::SingerStates states;
 };
 
 TEST_F(RecoveryLifecycleTest, SavesReportTheirOutcomeAndBlockedSavesTouchNothing) {
+    const fs::path primary = core::recoveryFilePath();
     auto lifecycle = makeLifecycle();
-    std::int64_t savedPosition = 5000;
     lifecycle.recoveryDirty = true;
-    clock.steadyNs += 0;
-    ASSERT_TRUE(lifecycle.saveRecovery(core, media.string(), savedPosition, {}));
+    ASSERT_TRUE(save(lifecycle));
     EXPECT_FALSE(lifecycle.recoveryDirty);
-    ASSERT_EQ(timing.points.size(), 1u);
-    EXPECT_EQ(timing.points[0].name, "Recovery.Action");
-    EXPECT_EQ(timing.points[0].detail, "save ok");
-    EXPECT_TRUE(status.lines.empty());
-    const std::string saved = readWhole(core::recoveryFilePath());
-
-    // A new performance on stage resets the remembered position.
+    // A new performance on stage resets the remembered position, once.
     ASSERT_TRUE(core.advanceForSinger(singer));
-    savedPosition = 4200;
-    ASSERT_TRUE(lifecycle.saveRecovery(core, media.string(), savedPosition, {}));
-    EXPECT_EQ(savedPosition, 0);
-    savedPosition = 4200;
-    ASSERT_TRUE(lifecycle.saveRecovery(core, media.string(), savedPosition, {}));
-    EXPECT_EQ(savedPosition, 4200);
+    position = 4200;
+    ASSERT_TRUE(save(lifecycle));
+    EXPECT_EQ(position, 0);
+    position = 4200;
+    ASSERT_TRUE(save(lifecycle));
+    EXPECT_EQ(position, 4200);
 
-    // A folder in the backup's place makes the save fail; the next good save
-    // clears the pending flag without a word.
+    // A folder in the backup's place makes the save fail and keep the file;
+    // the next good save clears the pending flag without a word; the retry
+    // timer saves only while dirty, and then says so.
     fs::remove(core::recoveryBackupPath());
     fs::create_directories(core::recoveryBackupPath());
-    const std::string before = readWhole(core::recoveryFilePath());
-    EXPECT_FALSE(lifecycle.saveRecovery(core, media.string(), savedPosition, {}));
+    const std::string before = readWhole(primary);
+    core.addSinger("Bob");
+    EXPECT_FALSE(save(lifecycle));
     EXPECT_TRUE(lifecycle.recoveryDirty);
-    EXPECT_EQ(timing.points.back().detail, "save failed");
-    EXPECT_EQ(status.last(), shell::kRecoverySaveFailedMessage);
-    EXPECT_EQ(readWhole(core::recoveryFilePath()), before);
+    EXPECT_EQ(readWhole(primary), before);
     fs::remove(core::recoveryBackupPath());
-    status.lines.clear();
-    ASSERT_TRUE(lifecycle.saveRecovery(core, media.string(), savedPosition, {}));
+    ASSERT_TRUE(save(lifecycle));
     EXPECT_FALSE(lifecycle.recoveryDirty);
-    EXPECT_TRUE(status.lines.empty());
-
-    // The retry timer saves only while dirty, and then says so.
-    EXPECT_FALSE(lifecycle.retrySave(core, media.string(), savedPosition, {}));
+    EXPECT_FALSE(lifecycle.retrySave(core, media.string(), position, {}));
     lifecycle.recoveryDirty = true;
-    EXPECT_TRUE(lifecycle.retrySave(core, media.string(), savedPosition, {}));
-    EXPECT_EQ(status.last(), shell::kRecoverySaveRetriedMessage);
+    EXPECT_TRUE(lifecycle.retrySave(core, media.string(), position, {}));
 
     lifecycle.recoveryBlocked = true;
     lifecycle.recoveryDirty = true;
-    const std::string locked = readWhole(core::recoveryFilePath());
-    core.addSinger("Bob");
-    EXPECT_FALSE(lifecycle.saveRecovery(core, media.string(), savedPosition, {}));
-    EXPECT_FALSE(lifecycle.retrySave(core, media.string(), savedPosition, {}));
-    EXPECT_EQ(timing.points.back().detail, "save blocked");
-    EXPECT_EQ(timing.points.back().elapsedMs, 0u);
-    EXPECT_EQ(readWhole(core::recoveryFilePath()), locked);
-    EXPECT_NE(saved, locked);
+    const std::string locked = readWhole(primary);
+    core.addSinger("Cy");
+    EXPECT_FALSE(save(lifecycle));
+    EXPECT_FALSE(lifecycle.retrySave(core, media.string(), position, {}));
+    EXPECT_EQ(readWhole(primary), locked);
+    const std::string point = "Recovery.Action 0 save ";
+    EXPECT_EQ(rec.points, (std::vector<std::string>{point + "ok", point + "ok", point + "ok", point + "failed",
+                                                    point + "ok", point + "ok", point + "blocked"}));
+    EXPECT_EQ(rec.lines, (std::vector<std::string>{std::string(shell::kRecoverySaveFailedMessage),
+                                                   std::string(shell::kRecoverySaveRetriedMessage)}));
 }
 
-TEST_F(RecoveryLifecycleTest, DamagedPrimaryIsKeptAsideAndRepairedFromTheBackup) {
-    writeGood(core::recoveryBackupPath(), 2);
-    // Cut short in the middle of a save by a newer program: still damaged.
-    std::ofstream(core::recoveryFilePath()) << "{\"version\":5,\"mediaFolder\":";
-    auto lifecycle = makeLifecycle();
-    core::EventCore event;
-    std::string mediaFolder;
-    std::int64_t savedPosition = 0;
-    core::SingerStates singerStates;
-    RecoveryReadStatus read{};
-    const auto outcome = lifecycle.startupLoad(event, mediaFolder, savedPosition, singerStates, &read);
-    EXPECT_EQ(read, RecoveryReadStatus::Complete);
-    EXPECT_EQ(outcome.message, shell::kStartupRecoveredMessage);
-    EXPECT_EQ(status.last(), shell::kStartupRecoveredMessage);
-    EXPECT_FALSE(lifecycle.recoveryBlocked);
-    EXPECT_EQ(event.singers().size(), 2u);
-    EXPECT_EQ(timing.points.back().detail, "startup load 1");
-    const auto corrupt = filesNamed("event-recovery.corrupt-");
-    ASSERT_EQ(corrupt.size(), 1u);
-    EXPECT_EQ(corrupt[0].filename(), "event-recovery.corrupt-" + std::to_string(clock.ticks) + ".json");
-    EXPECT_EQ(readWhole(corrupt[0]), "{\"version\":5,\"mediaFolder\":");
-    EXPECT_EQ(readWhole(core::recoveryFilePath()), readWhole(core::recoveryBackupPath()));
-}
+TEST_F(RecoveryLifecycleTest, EachPairOfPrimaryAndBackupGivesItsOutcomeAndLosesNothing) {
+    using Status = RecoveryReadStatus;
+    const std::string corruptName = "event-recovery.corrupt-" + std::to_string(clock.ticks) + ".json";
+    struct Case {
+        const char* name;
+        const char* primary;  // nullptr: no file; "good N": a good event of N singers
+        const char* backup;
+        const char* failingStep;
+        Status status;
+        std::string_view message;
+        std::size_t singers;  // in the event handed out
+        int corruptCopies;
+    };
+    const std::vector<Case> cases = {
+        {"good primary", "good 1", nullptr, "", Status::Complete, shell::kStartupRecoveredMessage, 1, 0},
+        // Cut short while a newer program saved: damaged all the same.
+        {"damaged primary, good backup", "{\"version\":5,\"mediaFolder\":", "good 2", "", Status::Complete,
+         shell::kStartupRecoveredMessage, 2, 1},
+        {"missing primary, good backup", nullptr, "good 2", "", Status::Complete, shell::kStartupRecoveredMessage, 2,
+         0},
+        {"backup that can't be copied back", "garbage", "good 3", "copy", Status::RestoredFromBackupOnly,
+         shell::kStartupBackupOnlyMessage, 3, 1},
+        {"missing primary, damaged backup", nullptr, "not json", "", Status::Missing, "", 0, 0},
+        {"damaged primary, newer backup", "[]", "{\"version\":9}", "", Status::Newer, shell::kStartupNewerMessage, 0,
+         0},
+        {"newer primary", "{\"version\":5,\"singers\":7}", nullptr, "", Status::Newer, shell::kStartupNewerMessage, 0,
+         0},
+        {"both damaged", "[]", "{}", "", Status::Damaged, shell::kStartupDamagedPreservedMessage, 0, 1},
+        {"damaged primary that can't be set aside", "[]", nullptr, "rename", Status::Damaged,
+         shell::kStartupDamagedLockedMessage, 0, 0},
+        // Last, since the media folder goes.
+        {"media gone", "good 1", nullptr, "media", Status::Partial, shell::kStartupPartialMessage, 1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (const auto& entry : fs::directory_iterator(dataRoot)) fs::remove_all(entry.path());
+        std::vector<std::string> texts;
+        for (const auto& [text, path] : {std::pair{c.primary, core::recoveryFilePath()},
+                                         std::pair{c.backup, core::recoveryBackupPath()}}) {
+            if (text == nullptr) continue;
+            if (std::string_view(text).starts_with("good ")) writeGood(path, std::stoi(text + 5));
+            else writeText(path, text);
+            texts.push_back(readWhole(path));
+        }
+        auto steps = shell::RecoveryFileSteps::standard();
+        if (std::string_view(c.failingStep) == "copy") steps.copyVerifiedFile = [](auto&, auto&) { return false; };
+        if (std::string_view(c.failingStep) == "rename") {
+            steps.renameWithoutReplacing = [](auto&, auto&) { return false; };
+        }
+        if (std::string_view(c.failingStep) == "media") fs::remove_all(media);
+        auto lifecycle = makeLifecycle(steps);
+        rec = {};
+        event = core::EventCore();
+        RecoveryReadStatus read{};
+        const auto outcome = lifecycle.startupLoad(event, folder, position, states, &read);
 
-TEST_F(RecoveryLifecycleTest, BackupThatCannotBeCopiedBackLocksTheEvent) {
-    writeGood(core::recoveryBackupPath(), 3);
-    std::ofstream(core::recoveryFilePath()) << "garbage";
-    auto steps = shell::RecoveryFileSteps::standard();
-    steps.copyVerifiedFile = [](const fs::path&, const fs::path&) { return false; };
-    auto lifecycle = makeLifecycle(steps);
-    core::EventCore event;
-    std::string mediaFolder;
-    std::int64_t savedPosition = 0;
-    core::SingerStates singerStates;
-    RecoveryReadStatus read{};
-    const auto outcome = lifecycle.startupLoad(event, mediaFolder, savedPosition, singerStates, &read);
-    EXPECT_EQ(read, RecoveryReadStatus::RestoredFromBackupOnly);
-    EXPECT_TRUE(lifecycle.recoveryBlocked);
-    EXPECT_FALSE(lifecycle.partialRecoveryPending);
-    EXPECT_TRUE(outcome.showRestoredEvent);
-    EXPECT_EQ(event.singers().size(), 3u);
-    EXPECT_EQ(status.last(), shell::kStartupBackupOnlyMessage);
-    EXPECT_FALSE(lifecycle.guardEventEdit());
-    EXPECT_EQ(status.last(), shell::kRecoveryBlockedEditMessage);
-    lifecycle.libraryChangeActive = true;
-    EXPECT_FALSE(lifecycle.guardEventEdit());
-    EXPECT_EQ(status.last(), shell::kLibraryChangeEditMessage);
-}
-
-TEST_F(RecoveryLifecycleTest, EachPairOfPrimaryAndBackupGivesItsStatus) {
-    auto lifecycle = makeLifecycle();
-    // Missing primary, damaged backup: a clean start and not a word.
-    std::ofstream(core::recoveryBackupPath()) << "not json";
-    core::EventCore event;
-    std::string mediaFolder;
-    std::int64_t savedPosition = 0;
-    core::SingerStates singerStates;
-    RecoveryReadStatus read{};
-    auto outcome = lifecycle.startupLoad(event, mediaFolder, savedPosition, singerStates, &read);
-    EXPECT_EQ(read, RecoveryReadStatus::Missing);
-    EXPECT_TRUE(status.lines.empty());
-    EXPECT_FALSE(lifecycle.recoveryBlocked);
-    EXPECT_TRUE(lifecycle.guardEventEdit());
-    EXPECT_EQ(readWhole(core::recoveryBackupPath()), "not json");
-
-    // Damaged primary, newer backup: newer, and both stay as they are.
-    std::ofstream(core::recoveryFilePath()) << "[]";
-    std::ofstream(core::recoveryBackupPath(), std::ios::trunc) << "{\"version\":9}";
-    EXPECT_EQ(load(lifecycle), RecoveryReadStatus::Newer);
-    EXPECT_EQ(readWhole(core::recoveryFilePath()), "[]");
-    EXPECT_TRUE(filesNamed("event-recovery.corrupt-").empty());
-
-    // Both damaged: the primary is set aside and a clean event starts.
-    std::ofstream(core::recoveryBackupPath(), std::ios::trunc) << "{}";
-    outcome = lifecycle.startupLoad(event, mediaFolder, savedPosition, singerStates, &read);
-    EXPECT_EQ(read, RecoveryReadStatus::Damaged);
-    EXPECT_EQ(outcome.message, shell::kStartupDamagedPreservedMessage);
-    EXPECT_FALSE(lifecycle.recoveryBlocked);
-    EXPECT_FALSE(fs::exists(core::recoveryFilePath()));
-    EXPECT_EQ(filesNamed("event-recovery.corrupt-").size(), 1u);
-
-    // A damaged primary that can't be set aside (the name is taken) locks.
-    std::ofstream(core::recoveryFilePath()) << "[]";
-    outcome = lifecycle.startupLoad(event, mediaFolder, savedPosition, singerStates, &read);
-    EXPECT_EQ(outcome.message, shell::kStartupDamagedLockedMessage);
-    EXPECT_TRUE(lifecycle.recoveryBlocked);
-    EXPECT_EQ(readWhole(core::recoveryFilePath()), "[]");
-
-    // A newer primary is never read past its version, and locks.
-    std::ofstream(core::recoveryFilePath(), std::ios::trunc) << "{\"version\":5,\"singers\":7}";
-    outcome = lifecycle.startupLoad(event, mediaFolder, savedPosition, singerStates, &read);
-    EXPECT_EQ(read, RecoveryReadStatus::Newer);
-    EXPECT_TRUE(lifecycle.recoveryBlocked);
-    EXPECT_FALSE(outcome.showRestoredEvent);
-    EXPECT_EQ(status.last(), shell::kStartupNewerMessage);
-    EXPECT_EQ(event.singers().size(), 0u);
-
-    // Missing media: partial, protected until a folder is chosen.
-    writeGood(core::recoveryFilePath(), 1);
-    fs::remove_all(media);
-    outcome = lifecycle.startupLoad(event, mediaFolder, savedPosition, singerStates, &read);
-    EXPECT_EQ(read, RecoveryReadStatus::Partial);
-    EXPECT_TRUE(lifecycle.recoveryBlocked);
-    EXPECT_TRUE(lifecycle.partialRecoveryPending);
-    EXPECT_EQ(status.last(), shell::kStartupPartialMessage);
-    EXPECT_EQ(event.singers().size(), 1u);
+        EXPECT_EQ(read, c.status);
+        EXPECT_EQ(rec.points.back(), "Recovery.Action 0 startup load " + std::to_string(static_cast<int>(c.status)));
+        EXPECT_EQ(rec.lastLine(), c.message);
+        EXPECT_EQ(outcome.message, c.message);
+        EXPECT_EQ(event.singers().size(), c.singers);
+        const std::vector<std::string> names = namesIn(dataRoot);
+        EXPECT_EQ(std::count(names.begin(), names.end(), corruptName), c.corruptCopies);
+        if (c.backup != nullptr && c.status == Status::Complete) {
+            EXPECT_EQ(readWhole(core::recoveryFilePath()), readWhole(core::recoveryBackupPath()));
+        }
+        const bool locked = c.status == Status::Partial || c.status == Status::RestoredFromBackupOnly ||
+                            c.status == Status::Newer || c.message == shell::kStartupDamagedLockedMessage;
+        EXPECT_EQ(lifecycle.recoveryBlocked, locked);
+        EXPECT_EQ(lifecycle.partialRecoveryPending, c.status == Status::Partial);
+        EXPECT_EQ(lifecycle.guardEventEdit(), !locked);
+        if (locked) {
+            EXPECT_EQ(rec.lastLine(), shell::kRecoveryBlockedEditMessage);
+        }
+        lifecycle.libraryChangeActive = true;
+        EXPECT_FALSE(lifecycle.guardEventEdit());
+        EXPECT_EQ(rec.lastLine(), shell::kLibraryChangeEditMessage);
+        // Whatever happened, each file that was there is still there somewhere.
+        for (const std::string& text : texts) {
+            bool kept = false;
+            for (const auto& entry : fs::directory_iterator(dataRoot)) kept = kept || readWhole(entry.path()) == text;
+            EXPECT_TRUE(kept);
+        }
+    }
 }
 
 TEST_F(RecoveryLifecycleTest, ArchiveCopiesFirstAndMovesAsideAfter) {
@@ -233,64 +183,48 @@ TEST_F(RecoveryLifecycleTest, ArchiveCopiesFirstAndMovesAsideAfter) {
     writeGood(core::recoveryBackupPath(), 1);
     const std::string primary = readWhole(core::recoveryFilePath());
     const std::string backup = readWhole(core::recoveryBackupPath());
+    const auto folderAt = [&](int attempt) {
+        return core::recoveryArchivesPath() / ("event-" + std::to_string(clock.ticks) + "-" + std::to_string(attempt));
+    };
+    const auto bothInPlace = [&] {
+        return readWhole(core::recoveryFilePath()) == primary && readWhole(core::recoveryBackupPath()) == backup;
+    };
 
     // 64 folders already taken under the same ticks: nothing is cleared.
     auto lifecycle = makeLifecycle();
-    const fs::path archives = core::recoveryArchivesPath();
-    for (int attempt = 0; attempt < 64; ++attempt) {
-        fs::create_directories(archives / ("event-" + std::to_string(clock.ticks) + "-" + std::to_string(attempt)));
-    }
+    for (int attempt = 0; attempt < 64; ++attempt) fs::create_directories(folderAt(attempt));
     fs::path archive;
     EXPECT_FALSE(lifecycle.archiveRecoveryFiles(archive));
     EXPECT_TRUE(archive.empty());
-    EXPECT_EQ(readWhole(core::recoveryFilePath()), primary);
-    EXPECT_EQ(readWhole(core::recoveryBackupPath()), backup);
+    EXPECT_TRUE(bothInPlace());
 
-    // The second move fails: the backup is put back under its own name.
+    // The second move fails: the backup is put back under its own name, and
+    // the copies stay behind; the program never cleans them.
     clock.ticks += 1;
     int moves = 0;
     auto steps = shell::RecoveryFileSteps::standard();
-    const auto realMove = steps.moveAsideForArchive;
-    steps.moveAsideForArchive = [&](const fs::path& source, fs::path& moved) {
-        return ++moves == 2 ? false : realMove(source, moved);
+    steps.moveAsideForArchive = [&, real = steps.moveAsideForArchive](const fs::path& source, fs::path& moved) {
+        return ++moves != 2 && real(source, moved);
     };
-    auto failing = makeLifecycle(steps);
-    EXPECT_FALSE(failing.archiveRecoveryFiles(archive));
+    EXPECT_FALSE(makeLifecycle(steps).archiveRecoveryFiles(archive));
     EXPECT_EQ(moves, 2);
-    EXPECT_EQ(readWhole(core::recoveryFilePath()), primary);
-    EXPECT_EQ(readWhole(core::recoveryBackupPath()), backup);
-    EXPECT_TRUE(filesNamed("event-recovery.json.bak.archived.").empty());
-    // The copies that were made stay behind; the program never cleans them.
-    const fs::path leftover = archives / ("event-" + std::to_string(clock.ticks) + "-0");
-    EXPECT_EQ(readWhole(leftover / "event-recovery.json"), primary);
+    EXPECT_TRUE(bothInPlace());
+    EXPECT_EQ(readWhole(folderAt(0) / "event-recovery.json"), primary);
 
     clock.ticks += 1;
     ASSERT_TRUE(lifecycle.archiveRecoveryFiles(archive));
-    EXPECT_EQ(archive, archives / ("event-" + std::to_string(clock.ticks) + "-0"));
+    EXPECT_EQ(archive, folderAt(0));
     EXPECT_EQ(readWhole(archive / "event-recovery.json"), primary);
     EXPECT_EQ(readWhole(archive / "event-recovery.json.bak"), backup);
-    EXPECT_FALSE(fs::exists(core::recoveryFilePath()));
-    EXPECT_FALSE(fs::exists(core::recoveryBackupPath()));
-    for (const auto& entry : fs::directory_iterator(dataRoot)) {
-        EXPECT_EQ(entry.path().filename().string().find("archived"), std::string::npos) << entry.path();
-    }
-    // Nothing left to archive.
-    EXPECT_FALSE(lifecycle.archiveRecoveryFiles(archive));
-}
+    EXPECT_EQ(namesIn(dataRoot), (std::vector<std::string>{"media-index-cache.tsv", "recovery-archives"}));
+    EXPECT_FALSE(lifecycle.archiveRecoveryFiles(archive)) << "nothing left to archive";
 
-TEST_F(RecoveryLifecycleTest, WithoutADataRootEverythingFailsQuietly) {
-    ::unsetenv("XDG_DATA_HOME");
-    const char* home = std::getenv("HOME");
-    const std::string savedHome = home != nullptr ? home : "";
-    ::unsetenv("HOME");
-    auto lifecycle = makeLifecycle();
-    std::int64_t savedPosition = 0;
-    EXPECT_FALSE(lifecycle.saveRecovery(core, media.string(), savedPosition, {}));
-    EXPECT_EQ(load(lifecycle), RecoveryReadStatus::Missing);
-    fs::path archive;
-    EXPECT_FALSE(lifecycle.archiveRecoveryFiles(archive));
-    EXPECT_FALSE(lifecycle.preserveDamagedRecovery());
-    if (home != nullptr) ::setenv("HOME", savedHome.c_str(), 1);
+    // Without a data root every step fails quietly.
+    const ScopedEnv noDataHome("XDG_DATA_HOME", nullptr);
+    const ScopedEnv noHome("HOME", nullptr);
+    auto rootless = makeLifecycle();
+    EXPECT_FALSE(rootless.archiveRecoveryFiles(archive) || rootless.preserveDamagedRecovery() || save(rootless));
+    EXPECT_EQ(rootless.loadRecoveryWithBackup(event, folder, position, states), RecoveryReadStatus::Missing);
 }
 
 }  // namespace

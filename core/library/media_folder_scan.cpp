@@ -19,12 +19,6 @@ using namespace media_tree;
 
 namespace {
 
-constexpr const char* kResolveText = "Could not resolve media folder";
-constexpr const char* kNotDirectoryText = "Media folder is not a directory";
-constexpr const char* kOpenText = "Could not open media folder";
-constexpr const char* kInspectText = "Could not inspect media entry";
-constexpr const char* kUnreadableText = "Media folder changed or became unreadable during scan";
-constexpr const char* kFileUnreadableText = "Media file changed or became unreadable during scan";
 
 // Opens a directory of the tree for listing, refusing a link or another
 // mount that took its place since it was listed; errno on failure.
@@ -42,12 +36,12 @@ int openListing(const std::string& path, const MountIdentity& mount, DirectorySt
 
 std::vector<Song> scanMediaFolder(const fs::path& root) {
     const std::string canonical = canonicalPath(root.string());
-    if (canonical.empty()) throwScanError(kResolveText, root, errno);
+    if (canonical.empty()) throwScanError(scan_text::kResolve, root, errno);
     struct statx rootStat {};
     if (const int error = statEntry(AT_FDCWD, canonical.c_str(), 0, rootStat); error != 0) {
-        throwScanError(kResolveText, root, error);
+        throwScanError(scan_text::kResolve, root, error);
     }
-    if (!isDirectory(rootStat)) throwScanError(kNotDirectoryText, root, std::errc::io_error);
+    if (!isDirectory(rootStat)) throwScanError(scan_text::kNotDirectory, root, std::errc::io_error);
     const MountIdentity mount = mountIdentityOf(rootStat);
     const MountedFiles mountedFiles(canonical);
 
@@ -66,7 +60,7 @@ std::vector<Song> scanMediaFolder(const fs::path& root) {
         pending.pop_back();
         DirectoryStream stream;
         if (const int error = openListing(path, mount, stream); error != 0) {
-            throwScanError(atRoot ? kOpenText : kUnreadableText, path, error);
+            throwScanError(atRoot ? scan_text::kOpen : scan_text::kUnreadable, path, error);
         }
         atRoot = false;
 
@@ -81,7 +75,7 @@ std::vector<Song> scanMediaFolder(const fs::path& root) {
             if (type == DT_UNKNOWN || type == DT_DIR) {
                 struct statx st {};
                 if (const int inspect = statEntry(stream.fd(), entry->d_name, 0, st); inspect != 0) {
-                    throwScanError(kInspectText, prefix + entry->d_name, inspect);
+                    throwScanError(scan_text::kInspect, prefix + entry->d_name, inspect);
                 }
                 if (S_ISLNK(st.stx_mode)) continue;
                 if (isDirectory(st)) {
@@ -118,7 +112,7 @@ std::vector<Song> scanMediaFolder(const fs::path& root) {
                 graphicsBases.insert(std::move(full));
             }
         }
-        if (error != 0) throwScanError(kUnreadableText, path, error);
+        if (error != 0) throwScanError(scan_text::kUnreadable, path, error);
         // Reverse order on the stack keeps the walk in name order.
         std::sort(subdirectories.begin(), subdirectories.end(), std::greater<>());
         for (std::string& subdirectory : subdirectories) pending.emplace_back(std::move(subdirectory), depth + 1);
@@ -133,9 +127,9 @@ std::vector<Song> scanMediaFolder(const fs::path& root) {
     for (const std::string& path : media) {
         struct statx st {};
         if (const int error = statEntry(AT_FDCWD, path.c_str(), 0, st); error != 0) {
-            throwScanError(kFileUnreadableText, path, error);
+            throwScanError(scan_text::kFileUnreadable, path, error);
         }
-        if (!isRegular(st)) throwScanError(kFileUnreadableText, path, std::errc::io_error);
+        if (!isRegular(st)) throwScanError(scan_text::kFileUnreadable, path, std::errc::io_error);
         const std::string_view extension = extensionOf(fileNameOf(path));
         const bool paired = graphicsBases.count(path.substr(0, path.size() - extension.size())) != 0;
         songs.push_back(buildSong(++id, path, paired));

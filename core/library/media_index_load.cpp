@@ -33,11 +33,11 @@ bool stampsStillMatch(const fs::path& root, const std::vector<DirectoryStamp>& s
 MediaIndexLoad loadMediaIndex(const fs::path& root, const fs::path& cachePath, MediaIndexMode mode,
                               const ScanProgress& progress) {
     const std::string canonicalText = media_tree::canonicalPath(root.string());
-    if (canonicalText.empty()) throwScanError("Could not resolve media folder", root, errno);
+    if (canonicalText.empty()) throwScanError(scan_text::kResolve, root, errno);
     const fs::path canonical(canonicalText);
     std::error_code ec;
     if (!fs::is_directory(canonical, ec)) {
-        throwScanError("Media folder is not a directory", root, ec ? ec.value() : EIO);
+        throwScanError(scan_text::kNotDirectory, root, ec ? ec.value() : EIO);
     }
 
     std::vector<DirectoryStamp> stamps;

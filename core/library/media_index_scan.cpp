@@ -30,11 +30,7 @@ constexpr const char* kUnsafeText = "Media folder changed or became unsafe durin
 constexpr const char* kResolveSubfolderText = "Could not resolve media subfolder";
 constexpr const char* kEscapedText = "Media subfolder escaped its root";
 constexpr const char* kTimestampText = "Could not read media-folder timestamp";
-constexpr const char* kOpenText = "Could not open media folder";
-constexpr const char* kInspectText = "Could not inspect media entry";
-constexpr const char* kUnreadableText = "Media folder changed or became unreadable during scan";
 constexpr const char* kChangedText = "Media folder changed during scan";
-constexpr const char* kFileUnreadableText = "Media file changed or became unreadable during scan";
 constexpr const char* kFileEscapedText = "Media file escaped its root during scan";
 constexpr const char* kUnstableText = "Media folder did not stabilize during scan";
 
@@ -180,9 +176,9 @@ ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counte
     scanned.timestamp = lastWriteTicks(before);
 
     const int raw = ::openat(handle.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (raw < 0) throwScanError(kOpenText, path, errno);
+    if (raw < 0) throwScanError(scan_text::kOpen, path, errno);
     DirectoryStream stream;
-    if (const int error = stream.open(raw); error != 0) throwScanError(kOpenText, path, error);
+    if (const int error = stream.open(raw); error != 0) throwScanError(scan_text::kOpen, path, error);
     handle.reset();
 
     const std::string prefix = joinPrefix(path);
@@ -196,7 +192,7 @@ ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counte
         if (type == DT_UNKNOWN || type == DT_DIR) {
             struct statx st {};
             if (const int inspect = statEntry(stream.fd(), entry->d_name, 0, st); inspect != 0) {
-                throwScanError(kInspectText, prefix + entry->d_name, inspect);
+                throwScanError(scan_text::kInspect, prefix + entry->d_name, inspect);
             }
             if (S_ISLNK(st.stx_mode)) continue;
             if (isDirectory(st)) {
@@ -228,7 +224,7 @@ ScannedDirectory readDirectory(const Tree& tree, const std::string& path, Counte
             scanned.graphicsStems.emplace(stemOf(name));
         }
     }
-    if (error != 0) throwScanError(kUnreadableText, path, error);
+    if (error != 0) throwScanError(scan_text::kUnreadable, path, error);
 
     struct statx after {};
     if (const int again = statEntry(stream.fd(), "", STATX_MTIME, after); again != 0) {
@@ -310,7 +306,7 @@ Walk walkTree(const Tree& tree, const ScanProgress& progress, Listing listing) {
 Song makeSong(const Tree& tree, ScanCandidate& candidate, bool trustPairs) {
     if (trustPairs) return buildFastSong(std::move(candidate.path));
     if (const int error = inspectPlainFile(tree, candidate.path); error != 0) {
-        throwScanError(kFileUnreadableText, candidate.path, error);
+        throwScanError(scan_text::kFileUnreadable, candidate.path, error);
     }
     if (!liesBelow(candidate.path, tree.prefix)) {
         throwScanError(kFileEscapedText, candidate.path, std::errc::invalid_argument);

@@ -23,6 +23,17 @@ private:
 [[noreturn]] void throwScanError(const char* text, const std::filesystem::path& path, std::errc code);
 [[noreturn]] void throwScanError(const char* text, const std::filesystem::path& path, int errnoValue);
 
+// The fixed failure texts that the operator sees; both scanners and the
+// index load share them so that one folder fails with one wording.
+namespace scan_text {
+inline constexpr const char* kResolve = "Could not resolve media folder";
+inline constexpr const char* kNotDirectory = "Media folder is not a directory";
+inline constexpr const char* kOpen = "Could not open media folder";
+inline constexpr const char* kInspect = "Could not inspect media entry";
+inline constexpr const char* kUnreadable = "Media folder changed or became unreadable during scan";
+inline constexpr const char* kFileUnreadable = "Media file changed or became unreadable during scan";
+}  // namespace scan_text
+
 // The code of every safe-limit failure; such a failure is never retried.
 inline constexpr std::errc kScanLimitCode = std::errc::value_too_large;
 
